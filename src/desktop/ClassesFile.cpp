@@ -1,0 +1,234 @@
+#include "ClassesFile.hpp"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <utility>
+
+namespace quorbin {
+
+namespace {
+
+constexpr std::string_view Root = "HKEY_CLASSES_ROOT";
+constexpr std::string_view WideHeader = "Windows Registry Editor Version 5.00";
+constexpr off_t LongestFile = off_t{64} << 20U;  // bytes
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) close(number_);
+  }
+  int Number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+std::string_view Trim(std::string_view text) {
+  constexpr std::string_view Blanks = " \t\r";
+  text = text.substr(0, text.find_last_not_of(Blanks) + 1);
+  return text.substr(text.empty() ? 0 : text.find_first_not_of(Blanks));
+}
+
+// Takes the first line off the text, without its end and the blanks round it.
+std::string_view TakeLine(std::string_view& text) {
+  const std::size_t end = text.find('\n');
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  return Trim(line);
+}
+
+bool TakePrefix(std::string_view& text, std::string_view prefix) {
+  if (!EqualsNoCase(text.substr(0, prefix.size()), prefix)) return false;
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+// Takes a text in double quotes; \" and \\ in it are one character. A backslash before anything
+// else is itself, so that paths written by hand keep theirs.
+std::optional<std::string> TakeQuoted(std::string_view& text) {
+  if (!text.starts_with('"')) return std::nullopt;
+  std::string content;
+  for (std::size_t i = 1; i < text.size(); ++i) {
+    if (text[i] == '"') {
+      text = Trim(text.substr(i + 1));
+      return content;
+    }
+    if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == '"' || text[i + 1] == '\\')) ++i;
+    content += text[i];
+  }
+  return std::nullopt;
+}
+
+// Takes the value's name and the equals sign; @ is the empty name.
+std::optional<std::string> TakeName(std::string_view& line) {
+  std::optional<std::string> name;
+  if (line.starts_with('@')) {
+    name.emplace();
+    line = Trim(line.substr(1));
+  } else {
+    name = TakeQuoted(line);
+  }
+  if (!line.starts_with('=')) return std::nullopt;
+  line = Trim(line.substr(1));
+  return name;
+}
+
+std::optional<std::uint32_t> HexNumber(std::string_view digits) {
+  std::uint32_t number = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, number, 16);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+// The bytes of a list with commas. A backslash at its end goes on with the next line of rest, which
+// is left there if it is not of the list.
+std::optional<std::string> HexBytes(std::string_view list, std::string_view& rest) {
+  std::string bytes;
+  while (true) {
+    const bool goesOn = list.ends_with('\\');
+    if (goesOn) list = Trim(list.substr(0, list.size() - 1));
+    while (!list.empty()) {
+      const std::size_t comma = list.find(',');
+      const std::optional<std::uint32_t> byte = HexNumber(Trim(list.substr(0, comma)));
+      if (!byte || *byte > 0xFF) return std::nullopt;
+      bytes += static_cast<char>(*byte);
+      list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
+    }
+    if (!goesOn) return bytes;
+    std::string_view behind = rest;
+    list = TakeLine(behind);
+    if (list.empty() || !g_ascii_isxdigit(list.front())) return std::nullopt;
+    rest = behind;
+  }
+}
+
+// UTF-8 of UTF-16 with the less significant byte first. Half a pair becomes U+FFFD, an odd last
+// byte is dropped.
+std::string FromUtf16(std::string_view bytes) {
+  const auto unit = [bytes](std::size_t i) -> gunichar {
+    if (i + 1 >= bytes.size()) return 0;
+    return static_cast<unsigned char>(bytes[i]) | gunichar{static_cast<unsigned char>(bytes[i + 1])}
+                                                      << 8U;
+  };
+  std::string text;
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    gunichar c = unit(i);
+    if (const gunichar low = unit(i + 2); c >> 10U == 0x36 && low >> 10U == 0x37) {
+      c = 0x10000 + ((c & 0x3FFU) << 10U) + (low & 0x3FFU);
+      i += 2;
+    } else if (c >> 11U == 0x1B) {
+      c = 0xFFFD;
+    }
+    char utf8[6];
+    text.append(utf8, static_cast<std::size_t>(g_unichar_to_utf8(c, utf8)));
+  }
+  return text;
+}
+
+std::optional<RegValue> HexValue(std::string_view data, std::string_view& rest, bool wide) {
+  RegType type = RegType::REG_BINARY;
+  if (TakePrefix(data, "(")) {
+    const std::size_t end = data.find(')');
+    const std::optional<std::uint32_t> number = HexNumber(data.substr(0, end));
+    if (!number || end == std::string_view::npos) return std::nullopt;
+    type = static_cast<RegType>(*number);
+    data.remove_prefix(end + 1);
+  }
+  if (!TakePrefix(data, ":")) return std::nullopt;
+  std::optional<std::string> bytes = HexBytes(data, rest);
+  if (!bytes) return std::nullopt;
+  if (type == RegType::REG_SZ || type == RegType::REG_EXPAND_SZ) {
+    if (wide) *bytes = FromUtf16(*bytes);
+    if (!bytes->ends_with('\0')) *bytes += '\0';
+  }
+  return RegValue{type, std::move(*bytes)};
+}
+
+// The value behind the equals sign; rest are the lines below, some of which a long one takes.
+std::optional<RegValue> ParseData(std::string_view data, std::string_view& rest, bool wide) {
+  if (std::optional<std::string> text = TakeQuoted(data)) {
+    if (!data.empty() && !data.starts_with(';')) return std::nullopt;
+    return RegValue{RegType::REG_SZ, std::move(*text) + '\0'};
+  }
+  if (TakePrefix(data, "dword:")) {
+    const std::optional<std::uint32_t> number = HexNumber(data);
+    if (!number) return std::nullopt;
+    std::string bytes;
+    for (unsigned shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(*number >> shift);
+    return RegValue{RegType::REG_DWORD, std::move(bytes)};
+  }
+  if (TakePrefix(data, "hex")) return HexValue(data, rest, wide);
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool EqualsNoCase(std::string_view one, std::string_view other) {
+  return std::ranges::equal(one, other, {}, g_ascii_tolower, g_ascii_tolower);
+}
+
+std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view keyPath,
+                                  std::string_view valueName) {
+  std::string converted;
+  std::string_view rest = fileBytes;
+  if (rest.starts_with("\xFF\xFE")) {
+    converted = FromUtf16(rest.substr(2));
+    rest = converted;
+  } else if (rest.starts_with("\xEF\xBB\xBF")) {
+    rest.remove_prefix(3);
+  }
+
+  bool wide = false;   // texts as hex bytes have two of them to the character
+  bool inKey = false;  // the lines belong to the key asked for
+  std::optional<RegValue> found;
+  while (!rest.empty()) {
+    std::string_view line = TakeLine(rest);
+    if (TakePrefix(line, "[")) {
+      const std::size_t end = line.rfind(']');
+      std::string_view key = line.substr(0, end);
+      inKey = end != std::string_view::npos && TakePrefix(key, Root) && TakePrefix(key, "\\") &&
+              EqualsNoCase(key, keyPath);
+    } else if (EqualsNoCase(line, WideHeader)) {
+      wide = true;
+    } else if (inKey) {
+      const std::optional<std::string> name = TakeName(line);
+      if (!name || !EqualsNoCase(*name, valueName)) continue;
+      if (std::optional<RegValue> value = ParseData(line, rest, wide)) found = std::move(value);
+    }
+  }
+  return found;
+}
+
+std::optional<std::string> ReadClassesFile(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat state = {};
+  if (file.Number() < 0 || fstat(file.Number(), &state) != 0 || !S_ISREG(state.st_mode) ||
+      state.st_size > LongestFile) {
+    return std::nullopt;
+  }
+  // One byte more than the file has: a full buffer means that it grew meanwhile.
+  std::string bytes(static_cast<std::size_t>(state.st_size) + 1, '\0');
+  std::size_t length = 0;
+  while (length < bytes.size()) {
+    const ssize_t count = read(file.Number(), bytes.data() + length, bytes.size() - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  bytes.resize(std::min(length, static_cast<std::size_t>(state.st_size)));
+  return bytes;
+}
+
+}  // namespace quorbin

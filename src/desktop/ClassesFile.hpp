@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "RegistryReader.hpp"
+
+namespace quorbin {
+
+// True if both are the same but for the case of the letters A to Z.
+bool EqualsNoCase(std::string_view one, std::string_view other);
+
+// One value below HKEY_CLASSES_ROOT out of the bytes of a registry export (classes.reg); an empty
+// valueName names the key's default value. Of repeated values the last well-formed one counts, as
+// in an import. Nothing if it is not there. Texts come in the file's bytes, or as UTF-8 where the
+// file has UTF-16. Takes time linear in the file's length.
+std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view keyPath,
+                                  std::string_view valueName);
+
+// All bytes of a plain file. Nothing if it is missing, can't be read, is no plain file or is longer
+// than 64 MiB, more than a full export of a whole computer has. Never waits for a FIFO or device.
+std::optional<std::string> ReadClassesFile(const std::string& path);
+
+}  // namespace quorbin

@@ -1,0 +1,133 @@
+// Picks the backends, builds Form1, wires the events and runs the loop.
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Associations.hpp"
+#include "Connection.hpp"
+#include "ConsoleDisplay.hpp"
+#include "ConsoleWindow.hpp"
+#include "DesktopRegistry.hpp"
+#include "ForwardConfirmedResolver.hpp"
+#include "InstanceDir.hpp"
+#include "Lifecycle.hpp"
+#include "LinkCommands.hpp"
+#include "LinkServer.hpp"
+#include "OutputFiles.hpp"
+#include "PollLoop.hpp"
+#include "PrivateProfile.hpp"
+#include "Processes.hpp"
+#include "Signals.hpp"
+#include "StandardOutput.hpp"
+#include "TcpSocket.hpp"
+#include "UnixComputer.hpp"
+#include "Windows.hpp"
+
+namespace {
+
+using namespace quorbin;
+
+// Where the program is seen and where its events come from.
+struct Front {
+  EventLoop& Loop;
+  StatusDisplay& FControl;
+  MainWindow& Window;
+  ShellTray& Tray;
+  UnixComputer::MessageBox MessageBox;
+  // Connects the events of the front itself; queryUnload ends the program.
+  std::function<void(Form1& form, std::function<void()> queryUnload)> Wire;
+};
+
+// An event handler that tells the display when it has ended.
+template <typename Handler>
+auto AsEvent(Form1& form, Handler handler) {
+  return [&form, handler](auto&&... arguments) {
+    const struct EndOfEvent {
+      StatusDisplay& Display;
+      ~EndOfEvent() { Display.EndOfEvent(); }
+    } atEnd{form.FControl};
+    return handler(form, std::forward<decltype(arguments)>(arguments)...);
+  };
+}
+
+// The program on one front, from Load to the close of the main window.
+int Serve(Signals& signals, const Front& front) {
+  TcpSocket winsock(front.Loop);
+  ForwardConfirmedResolver resolver;
+  PrivateProfile profile;
+  const std::string executable = ExecutablePath();
+  InstanceDir instanceDir(std::filesystem::path(executable).stem());
+  UnixComputer computer(executable, instanceDir, front.MessageBox);
+  const auto environ = [&computer](const std::string& name) { return computer.Environ(name); };
+  DesktopRegistry registry(ClassesFilePaths(environ));
+  OutputFiles files;
+  Processes processes([] { return OpenCommandOfClass("text/plain"); });
+  LinkServer link(front.Loop, instanceDir);
+
+  Form1 form({.Winsock1 = winsock,
+              .Socket1 = resolver,
+              .Profile = profile,
+              .Registry = registry,
+              .Files = files,
+              .Process = processes,
+              .FControl = front.FControl,
+              .Window = front.Window,
+              .Tray = front.Tray,
+              .Link = link,
+              .App = computer});
+
+  winsock.SetEvents({.ConnectionRequest = AsEvent(form, ConnectionRequest),
+                     .DataArrival = AsEvent(form, DataArrival),
+                     .Close = AsEvent(form, PeerClosed),
+                     .Error = AsEvent(form, Error)});
+  link.SetEvents({.LinkExecute = AsEvent(form, LinkExecute),
+                  .LinkRequest = AsEvent(form, LinkRequest),
+                  .LinkNotify = AsEvent(form, LinkNotify)});
+  front.Wire(form, AsEvent(form, [&front](Form1& closing) {
+               std::int16_t Cancel = 0;
+               QueryUnload(closing, Cancel);
+               if (Cancel == 0) front.Loop.Quit();
+             }));
+  signals.Watch(front.Loop, {.Close = AsEvent(form, [](Form1& closing) { closing.Window.Close(); }),
+                             .Toggle = AsEvent(form, [](Form1& toggled) {
+                               CheckLog_Click(toggled, toggled.Session.LogLevel != LogAllMessages);
+                             })});
+
+  AsEvent(form, Load)();
+  link.SetLinkMode(1);
+  front.Loop.Run();
+  return EXIT_SUCCESS;
+}
+
+int ServeOnConsole(Signals& signals) {
+  PollLoop loop;
+  StandardOutput output;
+  ConsoleDisplay display([&output](std::string_view lines) { output.Print(lines); });
+  ConsoleWindow window;
+  NoTray tray;
+  return Serve(signals, {.Loop = loop,
+                         .FControl = display,
+                         .Window = window,
+                         .Tray = tray,
+                         .MessageBox =
+                             [](const std::string& text, const std::string& title) {
+                               std::cerr << title << ": " << text << std::endl;
+                             },
+                         .Wire =
+                             [&window](Form1&, std::function<void()> queryUnload) {
+                               window.SetEvents(std::move(queryUnload));
+                             }});
+}
+
+}  // namespace
+
+int main() {
+  Signals signals;
+  return ServeOnConsole(signals);
+}

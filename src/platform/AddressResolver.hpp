@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace quorbin {
+
+class AddressResolver {
+ public:
+  AddressResolver() = default;
+  AddressResolver(const AddressResolver&) = delete;
+  AddressResolver& operator=(const AddressResolver&) = delete;
+  virtual ~AddressResolver() = default;
+
+  // The host name of the address, or an empty text. Only a name that resolves back to the same
+  // address counts, and a name that reads as an address is none, so an access list may trust it.
+  // Waits for the name service, a few seconds at most.
+  virtual std::string ResolverName(const std::string& ResolverAddress) = 0;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace quorbin {
+
+class ProcessStarter {
+ public:
+  ProcessStarter() = default;
+  ProcessStarter(const ProcessStarter&) = delete;
+  ProcessStarter& operator=(const ProcessStarter&) = delete;
+  virtual ~ProcessStarter() = default;
+
+  // Starts the command line as a new process in a normal window with the focus and does not wait
+  // for it. Gives its task number, or nothing if it could not be started. Blanks and tabs part
+  // the arguments, double quotes group, a backslash is itself except before a double quote; no
+  // shell is involved.
+  virtual std::optional<int> Shell(const std::string& commandLine) = 0;
+
+  // Opens the file in the user's editor for plain text; a failure shows nothing.
+  virtual void OpenInEditor(const std::string& path) = 0;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace quorbin {
+
+class SettingsFile {
+ public:
+  SettingsFile() = default;
+  SettingsFile(const SettingsFile&) = delete;
+  SettingsFile& operator=(const SettingsFile&) = delete;
+  virtual ~SettingsFile() = default;
+
+  // Puts the value of the key into the buffer, or the default text if the file, the section or
+  // the key is missing, and returns the number of bytes put there: at most one less than the
+  // buffer holds. An empty value counts as found. Section and key match without regard to the
+  // case of ASCII letters. The file is read afresh at every call.
+  virtual std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
+                                                std::string_view defaultText,
+                                                std::span<char> buffer,
+                                                const std::string& path) = 0;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace quorbin {
+
+// The one TCP socket object: the listener between connections and the connected
+// socket during one. It never does both at a time.
+class Winsock {
+ public:
+  // Raised one at a time on the program's only thread.
+  struct Events {
+    // A peer asks for a connection; requestID is good for one Accept within the handler.
+    // A request that is not accepted by then is closed.
+    std::function<void(int requestID)> ConnectionRequest;
+    // ChunkLen received bytes are waiting; the handler takes them with GetData.
+    std::function<void(std::int64_t ChunkLen)> DataArrival;
+    // The peer has closed, or nothing can be sent to it any more.
+    std::function<void()> Close;
+    // The system reported an error on the listening or connected socket. A handler that leaves
+    // CancelDisplay false has the error told to the user by the socket object.
+    std::function<void(int Number, const std::string& Description, bool& CancelDisplay)> Error;
+  };
+
+  Winsock() = default;
+  Winsock(const Winsock&) = delete;
+  Winsock& operator=(const Winsock&) = delete;
+  virtual ~Winsock() = default;
+
+  // 0 means closed; any other value means listening or connected.
+  virtual int State() const = 0;
+
+  // Port to listen on. 0 lets the system pick one at the first Listen, which is then kept.
+  virtual std::int32_t LocalPort() const = 0;
+  virtual void SetLocalPort(std::int32_t port) = 0;
+
+  // Stops listening (waiting peers are reset, the port stays ours) or ends the connection. Replies
+  // handed to SendData before still reach the peer. Raises no event.
+  virtual void Close() = 0;
+
+  // Listens on LocalPort; the socket must be closed. The error code tells why it could not.
+  [[nodiscard]] virtual std::error_code Listen() = 0;
+
+  // Puts the requested connection onto this object, which must have been closed before.
+  virtual void Accept(int requestID) = 0;
+
+  // The bytes of the present DataArrival. The view is good until the next GetData; the bytes
+  // belong to the socket object.
+  virtual std::string_view GetData() = 0;
+
+  // Sends the bytes as they are and never waits. What the system does not take at once is kept
+  // and sent later; if the send fails or too much is kept, Close is raised once, after the
+  // running event.
+  virtual void SendData(std::string_view bytes) = 0;
+
+  // The peer that requests or holds the connection, as text: dotted form for IPv4. Still readable
+  // after Close has stopped the listener.
+  virtual std::string RemoteHostIP() const = 0;
+
+  // That peer's host name; empty, since no lookup is made for display.
+  virtual std::string RemoteHost() const = 0;
+};
+
+}  // namespace quorbin

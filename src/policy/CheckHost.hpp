@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "Form1.hpp"
+
+namespace quorbin {
+
+// Whether the peer may use the service: by the link channel's table in link mode, else by the
+// section Hosts, first under the address and then under its host name. May wait for the name
+// service where the address alone settles nothing.
+bool CheckHost(Form1& form, const std::string& PeerAddress);
+
+}  // namespace quorbin

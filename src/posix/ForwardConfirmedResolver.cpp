@@ -1,0 +1,80 @@
+#include "ForwardConfirmedResolver.hpp"
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <resolv.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace quorbin {
+
+namespace {
+
+constexpr int Timeout = 1;   // seconds for one server
+constexpr int Attempts = 1;  // rounds through the servers
+constexpr int Servers = 2;   // asked at most
+
+using AddressList = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
+
+AddressList AddressesOf(const char* name, int flags) {
+  addrinfo hints{};
+  hints.ai_flags = flags;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* list = nullptr;
+  if (::getaddrinfo(name, nullptr, &hints, &list) != 0) list = nullptr;
+  return {list, ::freeaddrinfo};
+}
+
+// The address in its sixteen-byte form, an IPv4 address mapped, so that one compares with another
+// of either family.
+std::array<unsigned char, 16> Canonical(const sockaddr* address) {
+  std::array<unsigned char, 16> bytes{};
+  if (address->sa_family == AF_INET6) {
+    sockaddr_in6 v6{};
+    std::memcpy(&v6, address, sizeof v6);
+    std::memcpy(bytes.data(), &v6.sin6_addr, bytes.size());
+  } else {
+    sockaddr_in v4{};
+    std::memcpy(&v4, address, sizeof v4);
+    bytes[10] = bytes[11] = 0xFF;
+    std::memcpy(bytes.data() + 12, &v4.sin_addr, 4);
+  }
+  return bytes;
+}
+
+// Bounds the time that the name service may take, for this thread.
+void BoundResolver() {
+  if (::res_init() != 0) return;
+  _res.retrans = Timeout;
+  _res.retry = Attempts;
+  _res.nscount = std::min(_res.nscount, Servers);
+  // A reverse name is complete; a search through the local domains would only multiply the wait.
+  _res.options &= ~static_cast<unsigned long>(RES_DNSRCH | RES_DEFNAMES);
+}
+
+}  // namespace
+
+std::string ForwardConfirmedResolver::ResolverName(const std::string& ResolverAddress) {
+  const AddressList peer = AddressesOf(ResolverAddress.c_str(), AI_NUMERICHOST);
+  if (!peer) return {};
+  BoundResolver();
+  std::array<char, NI_MAXHOST> name{};
+  if (::getnameinfo(peer->ai_addr, peer->ai_addrlen, name.data(), name.size(), nullptr, 0,
+                    NI_NAMEREQD) != 0) {
+    return {};
+  }
+  // A name that reads as an address would be taken for an entry of that address.
+  if (AddressesOf(name.data(), AI_NUMERICHOST)) return {};
+  const AddressList back = AddressesOf(name.data(), 0);
+  for (const addrinfo* entry = back.get(); entry != nullptr; entry = entry->ai_next) {
+    if (Canonical(entry->ai_addr) == Canonical(peer->ai_addr)) return name.data();
+  }
+  return {};
+}
+
+}  // namespace quorbin

@@ -1,0 +1,60 @@
+#include "InstanceDir.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include "LastError.hpp"
+
+namespace quorbin {
+
+namespace {
+
+constexpr mode_t OwnerOnly = S_IRWXU;
+
+std::error_code OpenPrivate(const std::string& path, Fd& directory) {
+  if (::mkdir(path.c_str(), OwnerOnly) != 0 && errno != EEXIST) return LastError();
+  Fd opened(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!opened || ::fstat(opened.Get(), &status) != 0) return LastError();
+  if (status.st_uid != ::geteuid()) return std::make_error_code(std::errc::permission_denied);
+  if ((status.st_mode & ALLPERMS) != OwnerOnly && ::fchmod(opened.Get(), OwnerOnly) != 0) {
+    return LastError();
+  }
+  directory = std::move(opened);
+  return {};
+}
+
+}  // namespace
+
+InstanceDir::InstanceDir(const std::string& programName) {
+  const char* runtimeDir = std::getenv("XDG_RUNTIME_DIR");
+  const std::string path = runtimeDir != nullptr && *runtimeDir != '\0'
+                               ? std::string(runtimeDir) + "/" + programName
+                               : "/tmp/" + programName + "-" + std::to_string(::getuid());
+  if (const std::error_code error = OpenPrivate(path, directory_)) {
+    std::fprintf(stderr, "Quorbin: no run-time directory %s, so no link channel: %s\n",
+                 path.c_str(), error.message().c_str());
+  }
+}
+
+bool InstanceDir::Claim() {
+  if (!directory_) return true;
+  Fd lock(::openat(directory_.Get(), "instance.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                   S_IRUSR | S_IWUSR));
+  if (!lock) {
+    std::fprintf(stderr, "Quorbin: instance.lock: %s\n", LastError().message().c_str());
+    return true;
+  }
+  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
+  lock_ = std::move(lock);
+  return true;
+}
+
+}  // namespace quorbin

@@ -1,0 +1,199 @@
+#include "LinkServer.hpp"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <fcntl.h>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <system_error>
+
+#include "LastError.hpp"
+
+namespace quorbin {
+
+namespace {
+
+constexpr const char* SocketName = "qbstop";
+constexpr int Backlog = 16;
+
+constexpr std::string_view Execute = "execute ";
+constexpr std::string_view Request = "request ";
+constexpr std::string_view Notify = "notify ";
+constexpr std::string_view Accepted = "accepted";
+constexpr std::string_view Refused = "refused";
+constexpr std::string_view Value = "value ";
+
+// The socket's address through the open directory: no limit of length, and no other directory can
+// take its place.
+sockaddr_un AddressIn(int directory) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
+                SocketName);
+  return address;
+}
+
+Fd UnixSocket() { return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)); }
+
+bool IsSameUser(int peer) {
+  ucred credentials{};
+  socklen_t length = sizeof credentials;
+  return ::getsockopt(peer, SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0 &&
+         credentials.uid == ::geteuid();
+}
+
+// Removes the socket of a run that has crashed. A live one stays, and so does whatever else has
+// that name; bind() then tells.
+void RemoveStale(int directory, const sockaddr_un& address) {
+  struct stat status {};
+  if (::fstatat(directory, SocketName, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISSOCK(status.st_mode)) {
+    return;
+  }
+  const Fd probe = UnixSocket();
+  const bool connects =
+      ::connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  if (!connects && errno == ECONNREFUSED) ::unlinkat(directory, SocketName, 0);
+}
+
+std::error_code Open(int directory, Fd& listener) {
+  const sockaddr_un address = AddressIn(directory);
+  RemoveStale(directory, address);
+  Fd opened = UnixSocket();
+  if (!opened) return LastError();
+  const mode_t mask = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
+  const int bound =
+      ::bind(opened.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  const std::error_code error = LastError();
+  ::umask(mask);
+  if (bound != 0) return error;
+  if (::listen(opened.Get(), Backlog) != 0) return LastError();
+  listener = std::move(opened);
+  return {};
+}
+
+}  // namespace
+
+LinkServer::LinkServer(EventLoop& loop, const InstanceDir& directory)
+    : loop_(loop), directory_(directory) {}
+
+void LinkServer::SetLinkMode(int mode) {
+  if (mode != 0) {
+    Publish();
+    return;
+  }
+  if (!listener_) return;
+  loop_.Unwatch(listener_.Get());
+  ::unlinkat(directory_.Descriptor(), SocketName, 0);
+  listener_.Reset();
+  for (auto client = clients_.begin(); client != clients_.end();) {
+    const auto next = std::next(client);
+    if (&*client != served_) Drop(client);
+    client = next;
+  }
+}
+
+void LinkServer::Publish() {
+  if (listener_ || !directory_.Claimed()) return;
+  if (const std::error_code error = Open(directory_.Descriptor(), listener_)) {
+    std::fprintf(stderr, "Quorbin: no link channel: %s\n", error.message().c_str());
+    return;
+  }
+  loop_.Watch(listener_.Get(), EventLoop::Readable, [this](unsigned) { ClientArrives(); });
+}
+
+void LinkServer::ClientArrives() {
+  // Made free before the new client is taken: without a descriptor for it, its request would come
+  // back without end.
+  if (clients_.size() == MaxClients) Drop(clients_.begin());
+  Fd peer(::accept4(listener_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (!peer && (errno == EMFILE || errno == ENFILE) && !clients_.empty()) {
+    Drop(clients_.begin());
+    peer.Reset(::accept4(listener_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  }
+  if (!peer || !IsSameUser(peer.Get())) return;
+  clients_.push_back({std::move(peer), {}, {}});
+  WatchClient(std::prev(clients_.end()));
+}
+
+void LinkServer::WatchClient(ClientPlace client) {
+  loop_.Watch(client->Connection.Get(),
+              EventLoop::Readable | (client->Answers.Empty() ? 0U : EventLoop::Writable),
+              [this, client](unsigned) { ClientReady(client); });
+}
+
+void LinkServer::ClientReady(ClientPlace client) {
+  const int peer = client->Connection.Get();
+  const bool waited = !client->Answers.Empty();
+  if (waited && client->Answers.Flush(peer) == SendQueue::Result::Failed) {
+    Drop(client);
+    return;
+  }
+  std::array<char, MaxLine> bytes;
+  const ssize_t count = ::recv(peer, bytes.data(), bytes.size(), 0);
+  if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
+    Drop(client);
+    return;
+  }
+  if (count > 0) {
+    clients_.splice(clients_.end(), clients_, client);
+    client->Received.append(bytes.data(), static_cast<std::size_t>(count));
+    if (!ServeLines(client)) {
+      Drop(client);
+      return;
+    }
+  }
+  if (waited || !client->Answers.Empty()) WatchClient(client);
+}
+
+// Carries out the whole lines that have come. False if the client is to be dropped.
+bool LinkServer::ServeLines(ClientPlace client) {
+  std::string& received = client->Received;
+  std::size_t start = 0;
+  while (listener_) {
+    const std::size_t lineEnd = received.find('\n', start);
+    const std::size_t length = (lineEnd == received.npos ? received.size() : lineEnd) - start;
+    const bool tooLong = length > MaxLine;
+    if (lineEnd == received.npos && !tooLong) break;
+    served_ = &*client;
+    const std::string answer =
+        tooLong ? std::string(Refused) : Answer(std::string_view(received).substr(start, length));
+    served_ = nullptr;
+    const auto result = client->Answers.Send(client->Connection.Get(), answer + '\n');
+    if (result == SendQueue::Result::Failed || tooLong) return false;
+    start = lineEnd + 1;
+  }
+  received.erase(0, start);
+  return static_cast<bool>(listener_);  // else a line has withdrawn the topic
+}
+
+std::string LinkServer::Answer(std::string_view line) {
+  if (line.starts_with(Execute)) {
+    std::int16_t Cancel = 1;
+    events_.LinkExecute(std::string(line.substr(Execute.size())), Cancel);
+    return std::string(Cancel == 0 ? Accepted : Refused);
+  }
+  if (line.starts_with(Request)) {
+    const auto value = events_.LinkRequest(std::string(line.substr(Request.size())));
+    return value ? std::string(Value) + *value : std::string(Refused);
+  }
+  if (line.starts_with(Notify)) {
+    return std::string(events_.LinkNotify(std::string(line.substr(Notify.size()))) ? Accepted
+                                                                                   : Refused);
+  }
+  return std::string(Refused);
+}
+
+void LinkServer::Drop(ClientPlace client) {
+  loop_.Unwatch(client->Connection.Get());
+  clients_.erase(client);
+}
+
+}  // namespace quorbin

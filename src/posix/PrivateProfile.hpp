@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "SettingsFile.hpp"
+
+namespace quorbin {
+
+// The value of the key in a settings file's bytes: a view into them, without the blanks round it.
+// Nothing if the section or the key is missing; a key of no characters finds nothing. Of repeated
+// keys the first counts, and a repeated section counts as one.
+std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
+                                            std::string_view key);
+
+// The settings file in the private profile format, read whole at each call, so that a file that
+// is replaced meanwhile is seen as the old one or the new one.
+class PrivateProfile : public SettingsFile {
+ public:
+  std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
+                                        std::string_view defaultText, std::span<char> buffer,
+                                        const std::string& path) override;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,67 @@
+#include "Processes.hpp"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "CommandLine.hpp"
+
+namespace quorbin {
+
+Processes::Processes(std::function<std::string()> editorCommand)
+    : editorCommand_(std::move(editorCommand)) {
+  std::signal(SIGCHLD, SIG_IGN);  // leaves no zombie
+}
+
+std::optional<int> Processes::Shell(const std::string& commandLine) {
+  std::vector<std::string> arguments = SplitCommandLine(commandLine);
+  if (arguments.empty()) return {};
+  // An argument can't hold a zero byte: it would end there, and the program get another one.
+  if (commandLine.find('\0') != commandLine.npos) return {};
+  std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  if (posix_spawn_file_actions_init(&actions) != 0) return {};
+  const std::unique_ptr<posix_spawn_file_actions_t, int (*)(posix_spawn_file_actions_t*)>
+      actionsOwner(&actions, posix_spawn_file_actions_destroy);
+  if (posix_spawnattr_init(&attributes) != 0) return {};
+  const std::unique_ptr<posix_spawnattr_t, int (*)(posix_spawnattr_t*)> attributesOwner(
+      &attributes, posix_spawnattr_destroy);
+
+  sigset_t none;
+  sigset_t all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  const bool prepared =
+      posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+      posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) == 0 &&
+      posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
+      posix_spawnattr_setsigdefault(&attributes, &all) == 0 &&
+      posix_spawnattr_setflags(
+          &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
+  pid_t task = 0;
+  // A program that can't be executed is told here, not by the exit of a child.
+  if (!prepared ||
+      posix_spawnp(&task, argv.front(), &actions, &attributes, argv.data(), environ) != 0) {
+    return {};
+  }
+  return task;
+}
+
+void Processes::OpenInEditor(const std::string& path) {
+  std::string command = editorCommand_();
+  const std::size_t place = command.find("%1");
+  if (place == command.npos) return;
+  Shell(command.replace(place, 2, path));
+}
+
+}  // namespace quorbin

@@ -1,0 +1,31 @@
+#include "Signals.hpp"
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+#include <csignal>
+
+#include <utility>
+
+namespace quorbin {
+
+Signals::Signals() {
+  sigset_t heard;
+  sigemptyset(&heard);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&heard, number);
+  sigprocmask(SIG_BLOCK, &heard, nullptr);
+  descriptor_.Reset(::signalfd(-1, &heard, SFD_CLOEXEC | SFD_NONBLOCK));
+  // A reader that has gone, and a file beyond the limit of its size, are told by the failed write.
+  for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
+}
+
+void Signals::Watch(EventLoop& loop, Handlers handlers) {
+  loop.Watch(descriptor_.Get(), EventLoop::Readable,
+             [this, handlers = std::move(handlers)](unsigned) {
+               signalfd_siginfo signal{};
+               while (::read(descriptor_.Get(), &signal, sizeof signal) == sizeof signal) {
+                 (signal.ssi_signo == SIGUSR1 ? handlers.Toggle : handlers.Close)();
+               }
+             });
+}
+
+}  // namespace quorbin

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+
+#include "EventLoop.hpp"
+#include "Fd.hpp"
+
+namespace quorbin {
+
+// The signals that the program hears, as events of its loop. To be made before any thread, which
+// would else receive them.
+class Signals {
+ public:
+  // What a signal asks for.
+  struct Handlers {
+    std::function<void()> Close;   // SIGTERM, SIGINT, SIGHUP
+    std::function<void()> Toggle;  // SIGUSR1
+  };
+
+  Signals();
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+  ~Signals() = default;
+
+  void Watch(EventLoop& loop, Handlers handlers);
+
+ private:
+  Fd descriptor_;
+};
+
+}  // namespace quorbin

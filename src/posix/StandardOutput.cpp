@@ -1,0 +1,31 @@
+#include "StandardOutput.hpp"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace quorbin {
+
+StandardOutput::StandardOutput() {
+  struct stat status {};
+  if (::fstat(STDOUT_FILENO, &status) != 0) return;
+  // O_NONBLOCK on the descriptor itself would also bind those that share it, the shell's say.
+  if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
+    own_.Reset(::open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  }
+}
+
+void StandardOutput::Print(std::string_view lines) {
+  const std::string text = (cut_ ? "\n" : "") + std::string(lines);
+  ssize_t taken = ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (taken < 0) {  // not a socket
+    taken = ::write(own_ ? own_.Get() : STDOUT_FILENO, text.data(), text.size());
+  }
+  if (taken > 0) cut_ = static_cast<std::size_t>(taken) < text.size();
+}
+
+}  // namespace quorbin

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+
+#include "Fd.hpp"
+
+namespace quorbin {
+
+// Standard output that never holds up the program: what a closed, full or stopped output does not
+// take at once is lost.
+class StandardOutput {
+ public:
+  StandardOutput();
+
+  // Writes the lines in one go. If only a part was taken, the next lines begin on a new one.
+  void Print(std::string_view lines);
+
+ private:
+  Fd own_;  // a description of its own of the same pipe or terminal, so that only it never waits
+  bool cut_ = false;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,105 @@
+#include "Dispatcher.hpp"
+
+#include <array>
+
+#include "Allgemein.hpp"
+#include "FileReception.hpp"
+#include "Lifecycle.hpp"
+#include "Protocol.hpp"
+#include "RemoteName.hpp"
+#include "Words.hpp"
+
+namespace quorbin {
+
+namespace {
+
+// The chunk without a closing NAK and without the blanks at its end, which belong to the value of
+// $KDOPRF$: alone.
+std::string_view Normalise(std::string_view chunk) {
+  if (chunk.ends_with(Nak)) chunk.remove_suffix(1);
+  return chunk.starts_with(Token::KdoPrf) ? chunk : RTrim(chunk);
+}
+
+void Version(Form1& form, std::string_view value) {
+  form.Session.PeerVersion = value;
+  form.FControl.Write(Field::partner, form.FControl.Text(Field::partner) + " (Version " +
+                                          form.Session.PeerVersion + ")");
+  form.Winsock1.SendData(std::string(Reply::Ok) + form.Session.ProgramVersion);
+}
+
+void GiveUp(Form1& form, std::string_view /*value*/) {
+  form.Winsock1.Close();
+  Listen(form);
+  form.FControl.Write(Field::aktion, Aktion::Listening);
+  form.FControl.Write(Field::partner, "");
+}
+
+void Data(Form1& form, std::string_view /*value*/) { AcceptData(form); }
+
+void Binary(Form1& form, std::string_view /*value*/) {
+  form.Session.IsBinary = true;
+  form.FControl.Write(Field::ftp, Ftp::Binary);
+  form.Winsock1.SendData(Reply::Ok);
+}
+
+void Text(Form1& form, std::string_view /*value*/) {
+  form.Session.IsBinary = false;
+  form.FControl.Write(Field::ftp, Ftp::Text);
+  form.Winsock1.SendData(Reply::Ok);
+}
+
+// An empty value leaves the parameter as it was.
+void Parameter(Form1& form, std::string& parameter, Field field, std::string_view value) {
+  if (!value.empty()) parameter = value;
+  form.FControl.Write(field, parameter);
+  form.Winsock1.SendData(Reply::Ok);
+}
+
+void Suffix(Form1& form, std::string_view value) {
+  Parameter(form, form.Session.KdoExt, Field::kext, value);
+}
+
+void Prefix(Form1& form, std::string_view value) {
+  Parameter(form, form.Session.KdoPrf, Field::kprf, value);
+}
+
+void Unknown(Form1& form) {
+  form.FControl.Write(Field::resu, Resu::WrongParam);
+  form.Winsock1.SendData(Reply::Param);
+}
+
+struct Branch {
+  std::string_view Token;
+  void (*Run)(Form1& form, std::string_view value);
+};
+
+// The first token that the message begins with decides.
+constexpr std::array<Branch, 10> Branches = {{
+    {Token::Version, Version},
+    {Token::Eof, GiveUp},
+    {Token::DataHdr, Data},  // counts as $DATA$, and so does a surplus behind either
+    {Token::Data, Data},
+    {Token::File, FileBranch},
+    {Token::Ext, ExtBranch},
+    {Token::FileTypeBinary, Binary},
+    {Token::FileTypeText, Text},
+    {Token::KdoExt, Suffix},
+    {Token::KdoPrf, Prefix},
+}};
+
+}  // namespace
+
+void Dispatch(Form1& form) {
+  std::string_view& message = form.Session.RecvBuf;
+  message = Normalise(message);
+  if (form.Session.LogLevel == LogAllMessages) form.FControl.AppendLine(message);
+  for (const Branch& branch : Branches) {
+    if (message.starts_with(branch.Token)) {
+      branch.Run(form, message.substr(branch.Token.size()));
+      return;
+    }
+  }
+  Unknown(form);
+}
+
+}  // namespace quorbin

@@ -1,0 +1,233 @@
+#include "FileReception.hpp"
+
+#include <charconv>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "Allgemein.hpp"
+#include "Connection.hpp"
+#include "Lifecycle.hpp"
+#include "Protocol.hpp"
+#include "StartViewer.hpp"
+#include "Words.hpp"
+
+namespace quorbin {
+
+namespace {
+
+constexpr std::string_view LineEnd = "\r\n";
+
+std::string GeneratedName(Form1& form) {
+  // 24 random bits, as many as a single-precision number holds.
+  const std::uint64_t bits = form.Rnd() >> 8U;
+  return "temp" + std::to_string(bits * 1000000 / (1U << 24U) + 1) + ".tmp";
+}
+
+std::error_code OpenOutputFile(Form1& form) {
+  const bool binary = form.Session.IsBinary;
+  form.FControl.Write(Field::aktion, binary ? Aktion::OpenBinary : Aktion::OpenText);
+  const std::string path = OutputPath(form);
+  return binary ? form.Files.OpenForBinary(path) : form.Files.OpenForOutput(path);
+}
+
+// Moves the transfer to a generated name. What stands in the old file stays there.
+std::error_code OpenGenerated(Form1& form) {
+  form.Session.FileName = GeneratedName(form);
+  form.FControl.Write(Field::dateiname, OutputPath(form));
+  return OpenOutputFile(form);
+}
+
+// Opens the file under the name that the sender gave. A name that still names a directory, or
+// that no path can hold, is never brought near the file system.
+std::error_code OpenAnnounced(Form1& form) {
+  const std::string& name = form.Session.FileName;
+  if (name.find_first_of(std::string_view("/\0", 2)) != name.npos) {
+    return std::make_error_code(std::errc::invalid_argument);
+  }
+  form.Files.Kill(OutputPath(form));
+  return OpenOutputFile(form);
+}
+
+void GiveUpTransfer(Form1& form, const std::error_code& error) {
+  LogError(form, error.value(), error.message());
+  PeerClosed(form);
+}
+
+// The length that a chunk's buffer header announces; nothing if the chunk begins with none.
+// Blanks may stand round the digits.
+std::optional<std::int64_t> AnnouncedLength(std::string_view chunk) {
+  if (chunk.size() < BufferHeader::Size || !chunk.starts_with(BufferHeader::Token)) return {};
+  std::string_view digits = Trim(chunk.substr(BufferHeader::Token.size(), BufferHeader::Digits));
+  std::int64_t length = -1;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
+  if (error != std::errc() || end != digits.data() + digits.size()) return {};
+  if (length < 0 || length > BufferHeader::MaxLength) return {};
+  return length;
+}
+
+void LogBlock(Form1& form, std::int64_t bytes) {
+  ++form.Session.BlockCount;
+  if (form.Session.LogLevel != LogAllMessages) return;
+  form.FControl.AppendLine(std::string(LogLine::Block) + NumberText(form.Session.BlockCount) +
+                           std::string(LogLine::BlockBytes) + NumberText(bytes) +
+                           std::string(LogLine::Bytes));
+}
+
+// Tells a sender that announced its version how the buffer stands.
+void AnswerBlock(Form1& form) {
+  const TransferSession& session = form.Session;
+  if (session.PeerVersion.empty() || session.BufLenLeft > 0) return;
+  if (session.BufLenLeft < 0) {
+    const std::string reply = std::string(Reply::BufferOverrun) + NumberText(session.BufLenLeft);
+    form.Winsock1.SendData(reply);
+    form.FControl.AppendLine(reply);
+    return;
+  }
+  form.Winsock1.SendData(Reply::Ok);
+  if (session.LogLevel == LogAllMessages) form.FControl.AppendLine(LogLine::RestZero);
+}
+
+// Closes connection and file, starts the viewer and listens again.
+void EndOfData(Form1& form, std::string_view reply, std::string_view aktion) {
+  form.Winsock1.SendData(reply);
+  form.Winsock1.Close();
+  form.FControl.Write(Field::aktion, aktion);
+  if (form.Session.FileIsOpen) {
+    form.Files.Close();
+    form.Session.FileIsOpen = false;
+    StartViewer(form);
+  }
+  Listen(form);
+}
+
+void EndOfDataPlain(Form1& form) { EndOfData(form, Reply::Ok, Aktion::Executing); }
+
+void EndOfDataBinary(Form1& form) {
+  const std::int64_t left = form.Session.BufLenLeft;
+  const std::string shortfall = std::string(Reply::BufferAtEof) + NumberText(left);
+  EndOfData(form, left == 0 ? Reply::Ok : std::string_view(shortfall), Aktion::ExecutingBinary);
+}
+
+// Removes the end marker from the end of RecvBuf; false if there is none.
+bool TakeEndMarker(std::string_view& chunk) {
+  if (!chunk.ends_with(Token::Eof)) return false;
+  chunk.remove_suffix(Token::Eof.size());
+  return true;
+}
+
+std::error_code WriteText(Form1& form) { return form.Files.Write(form.Session.RecvBuf, LineEnd); }
+
+std::error_code WriteBinary(Form1& form) { return form.Files.Write(form.Session.RecvBuf); }
+
+void TextChunk(Form1& form, std::int64_t ChunkLen) {
+  const bool last = TakeEndMarker(form.Session.RecvBuf);
+  if (WriteText(form)) {
+    form.Files.Close();
+    std::error_code error = OpenGenerated(form);
+    form.FControl.Write(Field::aktion, Aktion::Writing);
+    if (!error) error = WriteText(form);
+    if (error) {
+      GiveUpTransfer(form, error);
+      return;
+    }
+  }
+  LogBlock(form, ChunkLen);
+  if (last) {
+    EndOfDataPlain(form);
+  } else {
+    form.Winsock1.SendData(Reply::Ok);
+  }
+}
+
+void TakeBufferHeader(Form1& form) {
+  TransferSession& session = form.Session;
+  const std::optional<std::int64_t> length = AnnouncedLength(session.RecvBuf);
+  if (!length) return;
+  constexpr auto headerSize = static_cast<std::int64_t>(BufferHeader::Size);
+  session.BufLenLeft = *length;
+  session.TotalBytes -= headerSize;
+  if (session.LogLevel == LogAllMessages) {
+    form.FControl.AppendLine(std::string(LogLine::ReceivedBytes) +
+                             NumberText(session.BufLenLeft - headerSize));
+  }
+  session.RecvBuf.remove_prefix(BufferHeader::Size);
+}
+
+void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
+  TransferSession& session = form.Session;
+  TakeBufferHeader(form);
+  session.BufLenLeft -= ChunkLen;
+  const bool last = TakeEndMarker(session.RecvBuf);
+  // A block is logged before it is written, but the last one after.
+  if (!last) {
+    form.FControl.Write(Field::aktion, Aktion::WritingBinary);
+    LogBlock(form, ChunkLen);
+  }
+  if (WriteBinary(form)) {
+    form.Files.Close();
+    std::error_code error = OpenGenerated(form);
+    form.FControl.Write(Field::aktion, Aktion::WritingBinary);
+    LogBlock(form, ChunkLen);
+    if (!error) error = WriteBinary(form);
+    if (error) {
+      GiveUpTransfer(form, error);
+      return;
+    }
+  } else if (last) {
+    LogBlock(form, ChunkLen);
+  }
+  if (last) {
+    EndOfDataBinary(form);
+  } else {
+    AnswerBlock(form);
+  }
+}
+
+}  // namespace
+
+void AcceptData(Form1& form) {
+  TransferSession& session = form.Session;
+  if (session.ViewerCmd.empty()) {
+    form.Winsock1.SendData(Reply::Kdo);
+    form.FControl.Write(Field::resu, Resu::WrongCommand);
+    form.FControl.Write(Field::aktion, Aktion::Listening);
+    form.Winsock1.Close();
+    Listen(form);
+    return;
+  }
+  if (session.FileName.empty()) session.FileName = GeneratedName(form);
+  form.FControl.Write(Field::dateiname, OutputPath(form));
+  if (OpenAnnounced(form)) {
+    if (const std::error_code error = OpenGenerated(form)) {
+      GiveUpTransfer(form, error);
+      return;
+    }
+  }
+  session.FileIsOpen = true;
+  session.InDataPhase = true;
+  form.Winsock1.SendData(Reply::Ok);
+}
+
+void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
+  TransferSession& session = form.Session;
+  if (session.RecvBuf.starts_with(Token::Eof)) {
+    EndOfDataPlain(form);
+    return;
+  }
+  if (!session.FileIsOpen) {
+    form.FControl.Write(Field::resu, Resu::UnknownAction);
+    form.Winsock1.SendData(Reply::Nak);
+    return;
+  }
+  form.FControl.Write(Field::aktion, Aktion::Writing);
+  session.TotalBytes += ChunkLen;
+  if (session.IsBinary) {
+    BinaryChunk(form, ChunkLen);
+  } else {
+    TextChunk(form, ChunkLen);
+  }
+}
+
+}  // namespace quorbin

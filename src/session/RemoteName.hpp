@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Form1.hpp"
+
+namespace quorbin {
+
+// The sender's notation of a file ("/BS2/...", "*POSIX(...)", a path) reduced to its last name,
+// without the blanks at its end. A name that does not begin with a slash keeps those it holds.
+std::string ReduceName(std::string_view value);
+
+// The extension taken from a name: its last four characters, or all of it if it is shorter.
+std::string DeriveExt(std::string_view FileName);
+
+// Branches of the dispatcher: "$FILE$:" and "$EXT$:" with the value behind the token.
+void FileBranch(Form1& form, std::string_view value);
+void ExtBranch(Form1& form, std::string_view value);
+
+}  // namespace quorbin

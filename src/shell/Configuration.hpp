@@ -1,0 +1,69 @@
+#pragma once
+
+// Settings: the reads of quorbin.ini and what their values mean.
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Form1.hpp"
+
+namespace quorbin {
+
+// Sections and keys with a meaning of their own.
+namespace Section {
+inline constexpr std::string_view Global = "Global";
+inline constexpr std::string_view Extensions = "Extensions";
+inline constexpr std::string_view Hosts = "Hosts";
+}  // namespace Section
+namespace Key {
+inline constexpr std::string_view Control = "Control";
+inline constexpr std::string_view Icon = "Icon";
+inline constexpr std::string_view Port = "Port";
+inline constexpr std::string_view Prefix = "Prefix";
+inline constexpr std::string_view ExtAllow = "ext_allow";
+inline constexpr std::string_view HostAllow = "host_allow";
+inline constexpr std::string_view Default = "Default";
+}  // namespace Key
+
+// Capacities of the read buffer, in bytes; the longest value has one less.
+inline constexpr std::size_t ShortValue = 20;
+inline constexpr std::size_t LongValue = 200;
+
+// The number at the start of the text: sign, digits, fraction and exponent, or &h and &o with
+// hexadecimal or octal digits; blanks, tabs and line feeds don't count wherever they stand. 0 if
+// there is none, or one too large for a double.
+double NumberFromText(std::string_view text);
+
+// That number rounded to the nearest whole one, a tie to the even neighbour; 0 if it does not fit
+// the field.
+template <std::signed_integral Field>
+Field WholeNumberFromText(std::string_view text);
+
+std::string SettingsPath(const Form1& form);
+
+// One read of the settings file through ProfileBuf. The value is cut at capacity - 1 bytes;
+// defaultText stands for a missing file, section or key.
+std::string ReadSetting(Form1& form, std::string_view section, std::string_view key,
+                        std::string_view defaultText, std::size_t capacity);
+
+// A numeric setting; absent counts as 0.
+template <std::signed_integral Field>
+Field ReadNumber(Form1& form, std::string_view section, std::string_view key) {
+  return WholeNumberFromText<Field>(ReadSetting(form, section, key, "0", ShortValue));
+}
+
+// The keyword of the key Default in a section: builtIn unless the file holds another one of the
+// section's keywords, blanks round it not counted.
+std::string ReadDefault(Form1& form, std::string_view section, std::string_view builtIn,
+                        std::size_t capacity);
+
+// Steps of start-up.
+void ReadModes(Form1& form);         // Control, Icon, ext_allow, host_allow
+void SetDirectories(Form1& form);    // TempDir and SystemRootDir
+void SetListeningPort(Form1& form);  // from the settings, the registry or the built-in port
+void SetNamePrefix(Form1& form);
+
+}  // namespace quorbin

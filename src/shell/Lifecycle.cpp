@@ -1,0 +1,82 @@
+#include "Lifecycle.hpp"
+
+#include <system_error>
+
+#include "Configuration.hpp"
+#include "Words.hpp"
+#include "modulkorb.hpp"
+
+namespace quorbin {
+
+namespace {
+
+// What the packager puts under the program's name, four lines.
+constexpr const char* MakersNotice = QUORBIN_NOTICE;
+
+void EndWithMessage(Form1& form, const std::string& text) {
+  form.App.MsgBox(text, vbExclamation, "Error while loading" + form.App.EXEName());
+  form.App.End(ExitFailure);
+}
+
+void CentreControls(Form1& form) {
+  for (const FormControl control :
+       {FormControl::Image2, FormControl::Label1, FormControl::Label2}) {
+    form.Window.SetLeft(control,
+                        (form.Window.OuterWidth() - form.Window.ControlWidth(control)) / 2);
+  }
+}
+
+void ApplyIconMode(Form1& form) {
+  if (form.IconMode >= 2) return;
+  form.Window.SetWindowState(FormState::Normal);
+  form.Window.SetVisible(false);
+  if (form.IconMode == 0) {
+    AddTrayIcon(form);
+    SetSubclass(form, form.Window.Handle(), true);
+  }
+}
+
+}  // namespace
+
+void Load(Form1& form) {
+  if (form.App.PrevInstance()) EndWithMessage(form, form.App.EXEName() + " already running");
+  form.Session.ProgramVersion = "1.1.03";
+  form.Session.LogLevel = LogNormal;
+  form.Window.SetCaption("Quorbin Version " + form.Session.ProgramVersion);
+  CentreControls(form);
+  form.Window.SetLabel2(MakersNotice);
+  form.LinkHostCount = -1;
+  ReadModes(form);
+  ApplyIconMode(form);
+  SetDirectories(form);
+  SetListeningPort(form);
+  Listen(form);
+  SetNamePrefix(form);
+  form.Files.KillPrefix(TempFilePrefix(form));  // what an earlier run left behind
+  form.FControl.Write(Field::aktion, Aktion::Listening);
+}
+
+void QueryUnload(Form1& form, std::int16_t& Cancel) {
+  form.FControl.CloseWindow();
+  form.Files.KillPrefix(TempFilePrefix(form));
+  ShutdownTray(form, form.Window.Handle());
+  Cancel = 0;
+}
+
+void Listen(Form1& form) {
+  const std::error_code error = form.Winsock1.Listen();
+  if (error) {
+    EndWithMessage(form, "Can't listen on port " + std::to_string(form.Winsock1.LocalPort()) +
+                             ": " + error.message());
+  }
+}
+
+std::string OutputPath(const Form1& form) {
+  return form.Session.TempDir + form.Session.NamePrefix + form.Session.FileName;
+}
+
+std::string TempFilePrefix(const Form1& form) {
+  return form.Session.TempDir + form.Session.NamePrefix;
+}
+
+}  // namespace quorbin

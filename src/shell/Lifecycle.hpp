@@ -1,0 +1,29 @@
+#pragma once
+
+// The two ends of the program's life, and the listener that stands between them.
+
+#include <cstdint>
+#include <string>
+
+#include "Form1.hpp"
+
+namespace quorbin {
+
+inline constexpr int ExitFailure = 1;
+
+// Start-up, raised once before anything else. Ends the process with ExitFailure if another
+// instance runs or the port can't be opened; the user is told in both cases.
+void Load(Form1& form);
+
+// The main window is about to close. Cancel comes back as 0: the close is never refused.
+void QueryUnload(Form1& form, std::int16_t& Cancel);
+
+// Opens the port, at start-up and at the end of each connection. If that fails, tells the port
+// and the reason and ends the process: a supervisor restarts it, which is better than a deaf one.
+void Listen(Form1& form);
+
+// Where the present file goes, and what the names of all received files begin with.
+std::string OutputPath(const Form1& form);
+std::string TempFilePrefix(const Form1& form);
+
+}  // namespace quorbin

@@ -1,0 +1,80 @@
+#include "LinkCommands.hpp"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Allgemein.hpp"
+#include "Words.hpp"
+
+namespace quorbin {
+
+namespace {
+
+constexpr std::string_view StopItem = "stopsrv";
+constexpr std::string_view Stop = "stopsrv";
+constexpr std::string_view Con = "con ";
+constexpr std::string_view Dis = "dis ";
+constexpr std::int16_t Accepted = 0;
+constexpr std::int16_t Refused = 1;
+
+bool KeywordIs(const std::string& CmdStr, std::string_view keyword) {
+  return LCase(std::string_view(CmdStr).substr(0, keyword.size())) == keyword;
+}
+
+void SetCaption(Form1& form, std::string_view caption) {
+  form.Window.SetStopsrvCaption(std::string(caption));
+}
+
+// The first slot that holds the text gets the new one. The table has 33 slots at all times.
+std::int16_t ReplaceSlot(Form1& form, std::string_view held, std::string_view text) {
+  const auto slot = std::ranges::find(form.LinkHosts, held);
+  if (slot == form.LinkHosts.end()) return Refused;
+  slot->assign(text);
+  return Accepted;
+}
+
+}  // namespace
+
+void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
+  if (form.ControlMode == 0) {
+    Cancel = Refused;
+    return;
+  }
+  if (KeywordIs(CmdStr, Stop)) {
+    Cancel = Accepted;
+    SetCaption(form, StopsrvCaption::Stopped);
+    // The guard ends where the delay of the stop leaves it. No time is waited here: the carrier
+    // sees to it that the answer reaches the client before the channel goes.
+    form.LinkHostCount = 100001;
+    form.Link.SetLinkMode(0);
+    form.Window.Close();
+    return;
+  }
+  // An entry keeps the blank in front of it.
+  const std::string_view entry =
+      std::string_view(CmdStr).substr(std::min<std::size_t>(Con.size() - 1, CmdStr.size()));
+  if (KeywordIs(CmdStr, Con)) {
+    if (form.LinkHostCount == -1) form.LinkHostCount = 0;
+    SetCaption(form, StopsrvCaption::Con);
+    Cancel = ReplaceSlot(form, "", entry);
+  } else if (KeywordIs(CmdStr, Dis)) {
+    if (form.LinkHostCount < 0) return;
+    SetCaption(form, StopsrvCaption::Dis);
+    Cancel = ReplaceSlot(form, entry, "");
+  } else {
+    Cancel = Refused;
+  }
+}
+
+std::optional<std::string> LinkRequest(const Form1& form, const std::string& item) {
+  if (item != StopItem) return std::nullopt;
+  return form.Window.StopsrvCaption();
+}
+
+bool LinkNotify(Form1& form, const std::string& item) {
+  if (item != StopItem || form.ControlMode == 0) return false;
+  form.Window.Close();
+  return true;
+}
+
+}  // namespace quorbin

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "AddressResolver.hpp"
+#include "Computer.hpp"
+#include "FileSystem.hpp"
+#include "LinkChannel.hpp"
+#include "MainWindow.hpp"
+#include "ProcessStarter.hpp"
+#include "RegistryReader.hpp"
+#include "SettingsFile.hpp"
+#include "ShellTray.hpp"
+#include "StatusDisplay.hpp"
+#include "TransferSession.hpp"
+#include "Winsock.hpp"
+
+namespace quorbin {
+
+// Values of HostMode and of ExtMode with a meaning of their own.
+inline constexpr std::int16_t DenyByDefault = 1;
+inline constexpr std::int16_t HostModeLink = 3;  // the link channel's table decides on peers
+
+// What the platform offers. The objects belong to main and outlive Form1.
+struct Platform {
+  Winsock& Winsock1;
+  AddressResolver& Socket1;
+  SettingsFile& Profile;
+  RegistryReader& Registry;
+  FileSystem& Files;
+  ProcessStarter& Process;
+  StatusDisplay& FControl;
+  MainWindow& Window;
+  ShellTray& Tray;
+  LinkChannel& Link;
+  Computer& App;
+};
+
+// The one object that holds all state, from start-up to the end of the program.
+struct Form1 : Platform {
+  explicit Form1(const Platform& platform) : Platform(platform) {}
+
+  TransferSession Session;
+
+  // Settings
+  std::int16_t ControlMode = 0;  // 0: link channel closed; 1: it decides on peers; else: open
+  std::int16_t IconMode = 0;     // 0: hidden, with a tray icon; below 2: hidden; else: shown
+  std::int16_t HostMode = 0;     // 1: deny by default; 3: link channel's table; else: allow
+  std::int16_t ExtMode = 0;      // 1: deny by default; else: ask the registry
+  std::string ProfileBuf;        // read buffer of every settings read
+
+  // Host table of the link channel. The guard is -1 until the table was first used, then 0.
+  std::int32_t LinkHostCount = 0;
+  std::array<std::string, 33> LinkHosts;  // an empty text is a free slot
+
+  // modulkorb: the window procedure that the subclass replaced; empty: no subclass is installed.
+  WindowProc OldWndProc;
+
+  // Source of generated file names, the same sequence at every start.
+  std::mt19937 Rnd;
+};
+
+}  // namespace quorbin

@@ -1,0 +1,52 @@
+#pragma once
+
+// The texts of the wire protocol, for the service and for its senders.
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace quorbin {
+
+inline constexpr std::int32_t DefaultPort = 9438;
+
+// What a control message begins with.
+namespace Token {
+inline constexpr std::string_view Version = "$VERSION$:";
+inline constexpr std::string_view Eof = "$EOF$";  // also ends the file content
+inline constexpr std::string_view DataHdr = "$DATAHDR$";
+inline constexpr std::string_view Data = "$DATA$";
+inline constexpr std::string_view File = "$FILE$:";
+inline constexpr std::string_view Ext = "$EXT$:";
+inline constexpr std::string_view FileTypeBinary = "$FILETYPE$:B";
+inline constexpr std::string_view FileTypeText = "$FILETYPE$:T";
+inline constexpr std::string_view KdoExt = "$KDOEXT$:";
+inline constexpr std::string_view KdoPrf = "$KDOPRF$:";
+}  // namespace Token
+
+// A closing byte that some senders put behind a control message.
+inline constexpr char Nak = 21;
+
+// Head of a buffer of binary content: the token, then the length of the whole buffer, head
+// included, as decimal text of fixed width.
+namespace BufferHeader {
+inline constexpr std::string_view Token = "$BUFFLEN$";
+inline constexpr std::size_t Digits = 10;
+inline constexpr std::size_t Size = Token.size() + Digits;
+inline constexpr std::int64_t MaxLength = 2147483647;
+}  // namespace BufferHeader
+
+// Answers. None has a line end behind it.
+namespace Reply {
+inline constexpr std::string_view Ok = "+OK";
+inline constexpr std::string_view Param = "-PARAM";
+inline constexpr std::string_view Ext = "-EXT";
+inline constexpr std::string_view Kdo = "-KDO";
+inline constexpr std::string_view Nak = "-NAK";
+// The number text of the outstanding bytes follows; \xE4 is the letter a with two dots.
+inline constexpr std::string_view BufferOverrun =
+    "-Fehler: Daten l\xE4nger als Pufferl\xE4nge: Rest=";
+inline constexpr std::string_view BufferAtEof = "-Fehler: Buffer-length at EOF: ";
+}  // namespace Reply
+
+}  // namespace quorbin

@@ -1,0 +1,238 @@
+#pragma once
+
+// The built service in a temporary directory, and peers that speak to it over TCP.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Fd.hpp"
+
+namespace quorbin::tests {
+
+namespace fs = std::filesystem;
+
+inline constexpr auto Patience = std::chrono::seconds(20);  // then a wait counts as failed
+
+inline bool Eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + Patience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+inline std::string Contents(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// A connected stream socket. Reads give up after Patience.
+class Peer {
+ public:
+  Peer() = default;
+  explicit Peer(int descriptor) : socket_(descriptor) {
+    const timeval limit = {.tv_sec = Patience.count(), .tv_usec = 0};
+    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  }
+
+  static Peer Tcp(int port, bool v6 = false, int receiveBuffer = 0) {
+    const int descriptor = ::socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (receiveBuffer > 0) {
+      ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    }
+    const auto portBytes = htons(static_cast<in_port_t>(port));
+    const sockaddr_in v4Address = {AF_INET, portBytes, {htonl(INADDR_LOOPBACK)}, {}};
+    const sockaddr_in6 v6Address = {AF_INET6, portBytes, 0, in6addr_loopback, 0};
+    const auto* address = v6 ? reinterpret_cast<const sockaddr*>(&v6Address)
+                             : reinterpret_cast<const sockaddr*>(&v4Address);
+    const socklen_t length = v6 ? sizeof v6Address : sizeof v4Address;
+    if (::connect(descriptor, address, length) == 0) return Peer(descriptor);
+    ::close(descriptor);
+    return {};
+  }
+
+  explicit operator bool() const { return static_cast<bool>(socket_); }
+  int Descriptor() const { return socket_.Get(); }
+
+  bool Send(std::string_view bytes) const {
+    return ::send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+  // What one receive gives; "(closed)" at the end of the stream, "(error)" on a reset.
+  std::string Receive() const {
+    std::string bytes(65536, '\0');
+    const ssize_t count = ::recv(socket_.Get(), bytes.data(), bytes.size(), 0);
+    if (count < 0) return "(error)";
+    if (count == 0) return "(closed)";
+    bytes.resize(static_cast<std::size_t>(count));
+    return bytes;
+  }
+  // Everything up to the end of the stream.
+  std::string ReceiveAll() const {
+    std::string all;
+    for (std::string part = Receive(); part != "(closed)"; part = Receive()) {
+      all += part;
+      if (part == "(error)") break;
+    }
+    return all;
+  }
+  // Sends each message and returns the reply to the last one.
+  std::string Talk(const std::vector<std::string>& messages) const {
+    std::string reply;
+    for (const std::string& message : messages) {
+      Send(message);
+      reply = Receive();
+    }
+    return reply;
+  }
+  void Close() { socket_.Reset(); }
+  void Reset() {
+    const linger now = {.l_onoff = 1, .l_linger = 0};
+    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    socket_.Reset();
+  }
+
+ private:
+  Fd socket_;
+};
+
+class Service {
+ public:
+  // Adds the lines to the settings, whose section Extensions stands open at the end.
+  explicit Service(const std::string& settings = {}) {
+    std::string pattern = (fs::temp_directory_path() / "quorbin-test-XXXXXX").string();
+    Home = ::mkdtemp(pattern.data());
+    fs::create_directories(Home / "tmp");
+    fs::create_directories(Home / "run");
+    fs::create_directories(Home / "config/quorbin");
+    fs::copy_file(QUORBIN, Home / "Quorbin");
+    // Tells that it has the file, with its bytes, once they are all there.
+    WriteFile("view",
+              "#!/bin/sh\ncat \"$1\" > $0.part\nshift\necho \"$@\" > $0.arguments\n"
+              "mv $0.part $0.ed\n");
+    fs::permissions(Home / "view", fs::perms::owner_all);
+    Port = FreePort();
+    Settings(settings);
+  }
+  ~Service() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    std::error_code ignored;
+    fs::remove_all(Home, ignored);
+  }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+
+  void Settings(const std::string& more) {
+    WriteFile("quorbin.ini", "[Global]\nPort=" + std::to_string(Port) +
+                                 "\nControl=2\n[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n"
+                                 "::1=*allow\n[Extensions]\ntxt=" +
+                                 (Home / "view").string() + " \"%1\"\n" + more);
+  }
+
+  // Starts the program; prepare runs in the child before it.
+  void Launch(const std::function<void()>& prepare = [] {}) {
+    pid_ = ::fork();
+    if (pid_ != 0) return;
+    ::unsetenv("DISPLAY");
+    ::unsetenv("WAYLAND_DISPLAY");
+    ::setenv("TMP", (Home / "tmp").c_str(), 1);
+    ::setenv("XDG_RUNTIME_DIR", (Home / "run").c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", (Home / "config").c_str(), 1);
+    ::dup2(::open((Home / "out").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
+    ::dup2(::open((Home / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+    prepare();
+    ::execl((Home / "Quorbin").c_str(), "Quorbin", nullptr);
+    ::_exit(127);
+  }
+  // The same, and waits until the program has started.
+  bool Start(const std::function<void()>& prepare = [] {}) {
+    fs::remove(Home / "out");
+    Launch(prepare);
+    return Shows("aktion: listening\n");
+  }
+  // Exit status of the program, or minus the number of the signal that ended it.
+  int Wait() {
+    int status = 0;
+    if (!Eventually([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; })) return -999;
+    pid_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  int Stop(int signal = SIGTERM) {
+    ::kill(pid_, signal);
+    return Wait();
+  }
+  void Signal(int signal) const { ::kill(pid_, signal); }
+
+  // A connection, as soon as the program listens.
+  Peer Connect(bool v6 = false, int receiveBuffer = 0) const {
+    Peer peer;
+    Eventually([&] {
+      peer = Peer::Tcp(Port, v6, receiveBuffer);
+      return static_cast<bool>(peer);
+    });
+    return peer;
+  }
+  // True once the text stands in standard output.
+  bool Shows(const std::string& text) const {
+    return Eventually([&] { return Contents(Home / "out").find(text) != std::string::npos; });
+  }
+  // What the viewer got of the next file; empty if none comes.
+  std::string Viewed() const {
+    if (!Eventually([&] { return fs::exists(Home / "view.ed"); })) return {};
+    const std::string bytes = Contents(Home / "view.ed");
+    fs::remove(Home / "view.ed");
+    return bytes;
+  }
+  std::size_t Descriptors() const { return CountEntries("/proc/" + std::to_string(pid_) + "/fd"); }
+  std::size_t Received() const { return CountEntries(Home / "tmp"); }
+  void WriteFile(const fs::path& name, const std::string& bytes) const {
+    std::ofstream(Home / name, std::ios::binary) << bytes;
+  }
+
+  fs::path Home;
+  int Port = 0;
+
+ private:
+  static std::size_t CountEntries(const fs::path& directory) {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+  }
+  static int FreePort() {
+    const Fd probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    ::bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), length);
+    ::getsockname(probe.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+  }
+
+  pid_t pid_ = 0;
+};
+
+}  // namespace quorbin::tests
