@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -21,9 +22,9 @@ namespace {
 
 enum ExitStatus { Accepted = 0, Refused = 1, NoService = 2 };
 
-constexpr std::size_t MaxLine = 4096;         // bytes, without the LF
-constexpr std::size_t MaxAnswer = 64 * 1024;  // bytes
-constexpr timeval AnswerTime{5, 0};           // for each step
+constexpr std::size_t MaxLine = 4096;                      // bytes, without the LF
+constexpr std::size_t MaxAnswer = std::size_t{64} * 1024;  // bytes
+constexpr timeval AnswerTime{5, 0};                        // for each step
 
 struct Descriptor {
   explicit Descriptor(int fd) : number(fd) {}
@@ -123,7 +124,7 @@ std::string CheckProgram(const std::string& name) {
 }  // namespace
 }  // namespace quorbin
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   using namespace quorbin;
   std::string verb;
   std::string text;
@@ -150,4 +151,7 @@ Examples:
   if (text.find('\n') != text.npos) return Complain(Refused, "refused: the text holds a line end");
   if (line.size() > MaxLine) return Complain(Refused, "refused: the text is too long");
   return Ask(line, program);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "quorbin-link: %s\n", error.what());
+  return 2;
 }

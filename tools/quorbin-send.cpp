@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -43,10 +44,10 @@ constexpr std::chrono::milliseconds RefusedPause{20};
 
 // Bytes. A buffer below 64 KiB crosses the loopback in one piece and fits the first receive window
 // of every system, so the service sees it as one chunk; larger ones gain little.
-constexpr std::size_t DefaultBuffer = 32 * 1024;
+constexpr std::size_t DefaultBuffer = std::size_t{32} * 1024;
 
 // Bytes. A longer line would hardly arrive in one piece, and each piece becomes a line of its own.
-constexpr std::size_t MaxLine = 32 * 1024;
+constexpr std::size_t MaxLine = std::size_t{32} * 1024;
 
 struct Options {
   std::string host = "127.0.0.1";
@@ -288,7 +289,7 @@ Examples:
 }  // namespace
 }  // namespace quorbin
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   using namespace quorbin;
   std::setlocale(LC_CTYPE, "");
   std::signal(SIGPIPE, SIG_IGN);
@@ -344,4 +345,7 @@ int main(int argc, char** argv) {
     }
   }
   return status;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "quorbin-send: %s\n", error.what());
+  return 1;
 }

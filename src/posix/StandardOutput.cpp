@@ -20,7 +20,8 @@ StandardOutput::StandardOutput() {
 }
 
 void StandardOutput::Print(std::string_view lines) {
-  const std::string text = (cut_ ? "\n" : "") + std::string(lines);
+  std::string text(cut_ ? 1 : 0, '\n');
+  text += lines;
   ssize_t taken = ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (taken < 0) {  // not a socket
     taken = ::write(own_ ? own_.Get() : STDOUT_FILENO, text.data(), text.size());

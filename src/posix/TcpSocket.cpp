@@ -142,6 +142,7 @@ std::error_code TcpSocket::Listen() {
   if (!listener_) {
     if (const std::error_code error = port_ == 0 ? BindAnyPort() : Bind()) return error;
   }
+  SetOption(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
   if (::listen(listener_.Get(), Backlog) != 0) return LastError();
   state_ = SocketState::Listening;
   loop_.Watch(listener_.Get(), EventLoop::Readable, [this](unsigned) { RequestReady(); });
@@ -257,6 +258,9 @@ void TcpSocket::Close() {
   if (state_ == SocketState::Listening) {
     // Out of the loop as well: until the next listen() the descriptor reports a hang-up.
     loop_.Unwatch(listener_.Get());
+    // Two sockets that both allow reuse may be bound to one port while neither listens; so that
+    // nobody takes it over meanwhile, ours allows it only where listen() needs it.
+    SetOption(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, 0);
     ::shutdown(listener_.Get(), SHUT_RD);
   } else if (state_ == SocketState::Connected) {
     loop_.Unwatch(connection_.Get());
