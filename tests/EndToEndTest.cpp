@@ -221,6 +221,22 @@ TEST(EndToEnd, PeersThatGoAtEveryStep) {
   ExpectService(service);
 }
 
+TEST(EndToEnd, AChunkIsAllThatWaits) {
+  Service service;
+  ASSERT_TRUE(service.Start());
+  service.Signal(SIGUSR1);
+  const Peer peer = service.Connect();
+  ASSERT_EQ(peer.Talk({"$FILE$:a.txt", "$FILETYPE$:B", "$DATA$"}), "+OK");
+  service.Signal(SIGSTOP);
+  // More than a first look at the socket takes.
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(peer.Send(std::string(10000, 'x')));
+  peer.Send("$EOF$");
+  service.Signal(SIGCONT);
+  EXPECT_EQ(peer.ReceiveAll(), "-Fehler: Buffer-length at EOF: -100005");
+  EXPECT_TRUE(service.Shows("Satz: Block  1:  100005 Bytes\n"));
+  EXPECT_EQ(service.Viewed(), std::string(100000, 'x'));
+}
+
 TEST(EndToEnd, PeersThatDontPlayAlong) {
   Service service;
   ASSERT_TRUE(service.Start());

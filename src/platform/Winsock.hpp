@@ -48,8 +48,8 @@ class Winsock {
   // Puts the requested connection onto this object, which must have been closed before.
   virtual void Accept(int requestID) = 0;
 
-  // The bytes of the present DataArrival. The view is good until the next GetData; the bytes
-  // belong to the socket object.
+  // The bytes of the present DataArrival. They belong to the socket object, and the view is good
+  // until the next DataArrival or Close.
   virtual std::string_view GetData() = 0;
 
   // Sends the bytes as they are and never waits. What the system does not take at once is kept

@@ -73,10 +73,7 @@ bool IsTransient(int error) {
 
 }  // namespace
 
-TcpSocket::TcpSocket(EventLoop& loop)
-    : loop_(loop),
-      buffer_(std::make_unique_for_overwrite<char[]>(FirstBuffer)),
-      bufferSize_(FirstBuffer) {}
+TcpSocket::TcpSocket(EventLoop& loop) : loop_(loop), buffer_(FirstBuffer) {}
 
 TcpSocket::~TcpSocket() {
   if (listener_) loop_.Unwatch(listener_.Get());
@@ -205,7 +202,7 @@ void TcpSocket::ConnectionReady(unsigned readiness) {
 
 void TcpSocket::ReceiveChunk() {
   const int peer = connection_.Get();
-  const ssize_t received = ::recv(peer, buffer_.get(), bufferSize_, 0);
+  const ssize_t received = ::recv(peer, buffer_.Data(), buffer_.Size(), 0);
   if (received == 0) {
     events_.Close();
     return;
@@ -216,17 +213,14 @@ void TcpSocket::ReceiveChunk() {
   }
   auto length = static_cast<std::size_t>(received);
   int more = 0;
-  if (length == bufferSize_ && ::ioctl(peer, FIONREAD, &more) == 0 && more > 0) {
-    // The chunk is longer than any before it.
-    const std::size_t wanted = length + static_cast<std::size_t>(more);
-    auto larger = std::make_unique_for_overwrite<char[]>(wanted);
-    std::memcpy(larger.get(), buffer_.get(), length);
-    buffer_ = std::move(larger);
-    bufferSize_ = wanted;
-    const ssize_t rest = ::recv(peer, buffer_.get() + length, wanted - length, 0);
+  // A full buffer may have more behind it: the chunk is longer than any before. Without the memory
+  // for it the rest is a chunk of its own.
+  if (length == buffer_.Size() && ::ioctl(peer, FIONREAD, &more) == 0 && more > 0 &&
+      buffer_.Resize(length + static_cast<std::size_t>(more))) {
+    const ssize_t rest = ::recv(peer, buffer_.Data() + length, buffer_.Size() - length, 0);
     if (rest > 0) length += static_cast<std::size_t>(rest);
   }
-  chunk_ = std::string_view(buffer_.get(), length);
+  chunk_ = std::string_view(buffer_.Data(), length);
   events_.DataArrival(static_cast<std::int64_t>(length));
 }
 
@@ -265,11 +259,8 @@ void TcpSocket::Close() {
   } else if (state_ == SocketState::Connected) {
     loop_.Unwatch(connection_.Get());
     Linger();
-    if (bufferSize_ > KeptBuffer) {
-      chunk_ = {};
-      buffer_ = std::make_unique_for_overwrite<char[]>(FirstBuffer);
-      bufferSize_ = FirstBuffer;
-    }
+    chunk_ = {};
+    if (buffer_.Size() > KeptBuffer) buffer_.Resize(FirstBuffer);
   }
   state_ = SocketState::Closed;
 }

@@ -3,13 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
 
 #include "EventLoop.hpp"
 #include "Fd.hpp"
+#include "MappedBuffer.hpp"
 #include "SendQueue.hpp"
 #include "Winsock.hpp"
 
@@ -77,8 +77,7 @@ class TcpSocket : public Winsock {
   std::list<Lingering> lingering_;  // oldest first
 
   // Receive buffer, reused from chunk to chunk; it grows to what one chunk needed.
-  std::unique_ptr<char[]> buffer_;
-  std::size_t bufferSize_;
+  MappedBuffer buffer_;
   std::string_view chunk_;
 };
 
