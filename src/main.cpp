@@ -28,6 +28,9 @@
 #include "TcpSocket.hpp"
 #include "UnixComputer.hpp"
 #include "Windows.hpp"
+#ifdef QUORBIN_WINDOWS
+#include "WindowSystem.hpp"
+#endif
 
 namespace {
 
@@ -42,6 +45,10 @@ struct Front {
   UnixComputer::MessageBox MessageBox;
   // Connects the events of the front itself; queryUnload ends the program.
   std::function<void(Form1& form, std::function<void()> queryUnload)> Wire;
+  // Start-up is over.
+  std::function<void()> Started = [] {};
+  // The click on CheckLog where there is none to be clicked on.
+  std::function<void(Form1& form)> ToggleLog = [](Form1&) {};
 };
 
 // An event handler that tells the display when it has ended.
@@ -95,12 +102,11 @@ int Serve(Signals& signals, const Front& front) {
                if (Cancel == 0) front.Loop.Quit();
              }));
   signals.Watch(front.Loop, {.Close = AsEvent(form, [](Form1& closing) { closing.Window.Close(); }),
-                             .Toggle = AsEvent(form, [](Form1& toggled) {
-                               CheckLog_Click(toggled, toggled.Session.LogLevel != LogAllMessages);
-                             })});
+                             .Toggle = AsEvent(form, front.ToggleLog)});
 
   AsEvent(form, Load)();
   link.SetLinkMode(1);
+  front.Started();
   front.Loop.Run();
   return EXIT_SUCCESS;
 }
@@ -122,12 +128,44 @@ int ServeOnConsole(Signals& signals) {
                          .Wire =
                              [&window](Form1&, std::function<void()> queryUnload) {
                                window.SetEvents(std::move(queryUnload));
+                             },
+                         .ToggleLog =
+                             [](Form1& form) {
+                               CheckLog_Click(form, form.Session.LogLevel != LogAllMessages);
                              }});
 }
+
+#ifdef QUORBIN_WINDOWS
+int ServeInWindows(Signals& signals, WindowSystem& windows) {
+  return Serve(signals,
+               {.Loop = windows.Loop(),
+                .FControl = windows.FControl(),
+                .Window = windows.Window(),
+                .Tray = windows.Tray(),
+                .MessageBox =
+                    [&signals](const std::string& text, const std::string& title) {
+                      signals.Release();
+                      ShowMessageBox(text, title);
+                    },
+                .Wire =
+                    [&windows](Form1& form, std::function<void()> queryUnload) {
+                      windows.SetEvents({.Command1Click = AsEvent(form, Command1_Click),
+                                         .CommandParamClick = AsEvent(form, CommandParam_Click),
+                                         .MouseDown = AsEvent(form, Form_MouseDown),
+                                         .Resize = AsEvent(form, Form_Resize),
+                                         .CheckLogClick = AsEvent(form, CheckLog_Click),
+                                         .QueryUnload = std::move(queryUnload)});
+                    },
+                .Started = [&windows] { windows.ShowMainWindow(); }});
+}
+#endif
 
 }  // namespace
 
 int main() {
   Signals signals;
+#ifdef QUORBIN_WINDOWS
+  if (const auto windows = WindowSystem::Open()) return ServeInWindows(signals, *windows);
+#endif
   return ServeOnConsole(signals);
 }

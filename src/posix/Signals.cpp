@@ -9,11 +9,10 @@
 namespace quorbin {
 
 Signals::Signals() {
-  sigset_t heard;
-  sigemptyset(&heard);
-  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&heard, number);
-  sigprocmask(SIG_BLOCK, &heard, nullptr);
-  descriptor_.Reset(::signalfd(-1, &heard, SFD_CLOEXEC | SFD_NONBLOCK));
+  sigemptyset(&heard_);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&heard_, number);
+  sigprocmask(SIG_BLOCK, &heard_, nullptr);
+  descriptor_.Reset(::signalfd(-1, &heard_, SFD_CLOEXEC | SFD_NONBLOCK));
   // A reader that has gone, and a file beyond the limit of its size, are told by the failed write.
   for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
@@ -27,5 +26,7 @@ void Signals::Watch(EventLoop& loop, Handlers handlers) {
                }
              });
 }
+
+void Signals::Release() { sigprocmask(SIG_UNBLOCK, &heard_, nullptr); }
 
 }  // namespace quorbin

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <functional>
 
 #include "EventLoop.hpp"
@@ -24,7 +25,11 @@ class Signals {
 
   void Watch(EventLoop& loop, Handlers handlers);
 
+  // From here on the signals end the process at once: for a last message that nobody may dismiss.
+  void Release();
+
  private:
+  sigset_t heard_;
   Fd descriptor_;
 };
 

@@ -1,0 +1,22 @@
+#pragma once
+
+namespace quorbin {
+
+// Tries in a child process whether the toolkit can open its display: where it can't, it aborts.
+// To be made before the process has a second thread.
+class DisplayProbe {
+ public:
+  DisplayProbe();
+  ~DisplayProbe();  // the child lets the display go
+  DisplayProbe(const DisplayProbe&) = delete;
+  DisplayProbe& operator=(const DisplayProbe&) = delete;
+
+  bool Opened() const { return opened_; }
+
+ private:
+  int child_ = -1;
+  int socket_ = -1;
+  bool opened_ = false;
+};
+
+}  // namespace quorbin
