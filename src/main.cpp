@@ -25,6 +25,7 @@
 #include "Processes.hpp"
 #include "Signals.hpp"
 #include "StandardOutput.hpp"
+#include "StandardStreams.hpp"
 #include "TcpSocket.hpp"
 #include "UnixComputer.hpp"
 #include "Windows.hpp"
@@ -104,8 +105,11 @@ int Serve(Signals& signals, const Front& front) {
   signals.Watch(front.Loop, {.Close = AsEvent(form, [](Form1& closing) { closing.Window.Close(); }),
                              .Toggle = AsEvent(form, front.ToggleLog)});
 
-  AsEvent(form, Load)();
-  link.SetLinkMode(1);
+  // Published before the display tells that the program has started.
+  AsEvent(form, [](Form1& starting) {
+    Load(starting);
+    starting.Link.SetLinkMode(1);
+  })();
   front.Started();
   front.Loop.Run();
   return EXIT_SUCCESS;
@@ -163,6 +167,7 @@ int ServeInWindows(Signals& signals, WindowSystem& windows) {
 }  // namespace
 
 int main() {
+  SecureStandardStreams();
   Signals signals;
 #ifdef QUORBIN_WINDOWS
   if (const auto windows = WindowSystem::Open()) return ServeInWindows(signals, *windows);

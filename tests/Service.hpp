@@ -31,7 +31,7 @@ namespace quorbin::tests {
 
 namespace fs = std::filesystem;
 
-inline constexpr auto Patience = std::chrono::seconds(20);  // then a wait counts as failed
+inline constexpr auto Patience = std::chrono::seconds(60);  // then a wait counts as failed
 
 inline bool Eventually(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + Patience;
@@ -210,6 +210,9 @@ class Service {
     return bytes;
   }
   std::size_t Descriptors() const { return CountEntries("/proc/" + std::to_string(pid_) + "/fd"); }
+  std::string Descriptor(int number) const {
+    return fs::read_symlink("/proc/" + std::to_string(pid_) + "/fd/" + std::to_string(number));
+  }
   std::size_t Received() const { return CountEntries(Home / "tmp"); }
   void WriteFile(const fs::path& name, const std::string& bytes) const {
     std::ofstream(Home / name, std::ios::binary) << bytes;

@@ -11,14 +11,11 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <system_error>
 
 namespace quorbin {
 namespace {
 
 constexpr int CloseSeconds = 2;  // how long ClosesSilently waits
-
-std::string SystemText(int error) { return std::generic_category().message(error); }
 
 // A connection that waits while the service serves another sender is reset.
 Failure NotServing() {
@@ -26,10 +23,6 @@ Failure NotServing() {
 }
 
 }  // namespace
-
-Descriptor::~Descriptor() {
-  if (number >= 0) close(number);
-}
 
 ServiceConnection::ServiceConnection(const std::string& host, int port, int timeout)
     : timeout_(timeout) {

@@ -4,7 +4,8 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "Descriptor.hpp"
 
 struct addrinfo;
 
@@ -15,18 +16,6 @@ struct Failure {
   std::string sentence;    // for the user
   std::string reply = {};  // of the service, if the failure is one
   bool busy = false;       // nothing has been told to the service yet; trying again may help
-};
-
-// Owns a descriptor; -1 is none.
-struct Descriptor {
-  explicit Descriptor(int fd) : number(fd) {}
-  Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number, other.number);
-    return *this;
-  }
-  ~Descriptor();
-  int number;
 };
 
 // All routines throw Failure.

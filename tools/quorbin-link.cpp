@@ -14,8 +14,10 @@
 #include <exception>
 #include <iostream>
 #include <string>
-#include <string_view>
-#include <system_error>
+#include <vector>
+
+#include "Descriptor.hpp"
+#include "LinkProtocol.hpp"
 
 namespace quorbin {
 namespace {
@@ -26,26 +28,14 @@ constexpr std::size_t MaxLine = 4096;                      // bytes, without the
 constexpr std::size_t MaxAnswer = std::size_t{64} * 1024;  // bytes
 constexpr timeval AnswerTime{5, 0};                        // for each step
 
-struct Descriptor {
-  explicit Descriptor(int fd) : number(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number >= 0) close(number);
-  }
-  const int number;
-};
-
 int Complain(int status, const std::string& sentence) {
   std::cerr << "quorbin-link: " << sentence << '\n';
   return status;
 }
 
 int NotRunning(const std::string& directory, const std::string& why) {
-  return Complain(NoService, "no service at " + directory + "/qbstop: " + why);
+  return Complain(NoService, "no service at " + directory + "/" + std::string(LinkProtocol::SocketName) + ": " + why);
 }
-
-std::string SystemText(int error) { return std::generic_category().message(error); }
 
 std::string RunTimeDirectory(const std::string& program) {
   const char* const base = std::getenv("XDG_RUNTIME_DIR");
@@ -55,16 +45,15 @@ std::string RunTimeDirectory(const std::string& program) {
 
 // Prints the answer and returns the exit status.
 int Report(const std::string& answer) {
-  constexpr std::string_view value = "value ";
-  if (answer.starts_with(value)) {
-    std::cout << answer.substr(value.size()) << '\n';
+  if (answer.starts_with(LinkProtocol::Value)) {
+    std::cout << answer.substr(LinkProtocol::Value.size()) << '\n';
     return Accepted;
   }
-  if (answer != "accepted" && answer != "refused") {
+  if (answer != LinkProtocol::Accepted && answer != LinkProtocol::Refused) {
     return Complain(NoService, "the service gave an answer that is none");
   }
   std::cout << answer << '\n';
-  return answer == "accepted" ? Accepted : Refused;
+  return answer == LinkProtocol::Accepted ? Accepted : Refused;
 }
 
 // Sends the line and returns the exit status.
@@ -81,8 +70,8 @@ int Ask(const std::string& line, const std::string& program) {
   // put another directory in its place.
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/qbstop",
-                folder.number);
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.number,
+                LinkProtocol::SocketName.data());
   const Descriptor channel(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   setsockopt(channel.number, SOL_SOCKET, SO_SNDTIMEO, &AnswerTime, sizeof AnswerTime);
   setsockopt(channel.number, SOL_SOCKET, SO_RCVTIMEO, &AnswerTime, sizeof AnswerTime);
@@ -133,7 +122,9 @@ int main(int argc, char** argv) try {
   app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
   app.add_option("VERB", verb, "execute a command, request an item's value, or notify an item")
       ->required()
-      ->check(CLI::IsMember({"execute", "request", "notify"}));
+      ->check(CLI::IsMember(std::vector<std::string>{std::string(LinkProtocol::Execute),
+                                                     std::string(LinkProtocol::Request),
+                                                     std::string(LinkProtocol::Notify)}));
   app.add_option("TEXT", text, "The command or the item")->required();
   app.add_option("--name", program, "Name of the service's program")
       ->check(CheckProgram)
@@ -149,7 +140,8 @@ Examples:
 
   const std::string line = verb + " " + text;
   if (text.find('\n') != text.npos) return Complain(Refused, "refused: the text holds a line end");
-  if (line.size() > MaxLine) return Complain(Refused, "refused: the text is too long");
+  if (line.size() > LinkProtocol::MaxLine)
+    return Complain(Refused, "refused: the text is too long");
   return Ask(line, program);
 } catch (const std::exception& error) {
   std::fprintf(stderr, "quorbin-link: %s\n", error.what());

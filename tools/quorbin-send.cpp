@@ -24,7 +24,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -62,8 +61,6 @@ struct Options {
   int timeout = 60;                    // seconds
   std::vector<std::string> files;
 };
-
-std::string SystemText(int error) { return std::generic_category().message(error); }
 
 // ---- Replies
 

@@ -2,6 +2,8 @@
 
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <array>
 #include <memory>
@@ -26,6 +28,18 @@ using AppPtr = std::unique_ptr<GAppInfo, Unref>;
 std::string Taken(char* text) {
   const std::unique_ptr<char, decltype(&g_free)> owner(text, g_free);
   return text == nullptr ? std::string() : std::string(text);
+}
+
+// The library ends the program when it finds no descriptor for its thread, so it is only asked
+// while there are as many to spare as it takes.
+bool HasDescriptors() {
+  std::array<int, 8> spare{};
+  for (int& descriptor : spare) descriptor = eventfd(0, EFD_CLOEXEC);
+  const bool enough = spare.back() >= 0;
+  for (const int descriptor : spare) {
+    if (descriptor >= 0) close(descriptor);
+  }
+  return enough;
 }
 
 std::string TypeOf(const std::string& extension) {
@@ -66,7 +80,7 @@ std::string TerminalCommand() {
 std::string ClassOfExtension(const std::string& Ext) {
   if (Ext.size() < 2 || Ext.size() > LongestExtension || Ext.front() != '.' ||
       Ext.find('/') != std::string::npos ||
-      !g_utf8_validate(Ext.data(), static_cast<gssize>(Ext.size()), nullptr)) {
+      !g_utf8_validate(Ext.data(), static_cast<gssize>(Ext.size()), nullptr) || !HasDescriptors()) {
     return {};
   }
   std::string type = TypeOf(Ext);
@@ -79,6 +93,7 @@ std::string ClassOfExtension(const std::string& Ext) {
 }
 
 std::string OpenCommandOfClass(const std::string& contentType) {
+  if (!HasDescriptors()) return {};
   std::string inTerminal;
   for (const AppPtr& app : Applications(contentType)) {
     if (!app || !G_IS_DESKTOP_APP_INFO(app.get())) continue;

@@ -33,7 +33,7 @@ class Descriptor {
   int number_;
 };
 
-std::string_view Trim(std::string_view text) {
+std::string_view StripLine(std::string_view text) {
   constexpr std::string_view Blanks = " \t\r";
   text = text.substr(0, text.find_last_not_of(Blanks) + 1);
   return text.substr(text.empty() ? 0 : text.find_first_not_of(Blanks));
@@ -44,7 +44,7 @@ std::string_view TakeLine(std::string_view& text) {
   const std::size_t end = text.find('\n');
   const std::string_view line = text.substr(0, end);
   text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-  return Trim(line);
+  return StripLine(line);
 }
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) {
@@ -60,7 +60,7 @@ std::optional<std::string> TakeQuoted(std::string_view& text) {
   std::string content;
   for (std::size_t i = 1; i < text.size(); ++i) {
     if (text[i] == '"') {
-      text = Trim(text.substr(i + 1));
+      text = StripLine(text.substr(i + 1));
       return content;
     }
     if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == '"' || text[i + 1] == '\\')) ++i;
@@ -74,12 +74,12 @@ std::optional<std::string> TakeName(std::string_view& line) {
   std::optional<std::string> name;
   if (line.starts_with('@')) {
     name.emplace();
-    line = Trim(line.substr(1));
+    line = StripLine(line.substr(1));
   } else {
     name = TakeQuoted(line);
   }
   if (!line.starts_with('=')) return std::nullopt;
-  line = Trim(line.substr(1));
+  line = StripLine(line.substr(1));
   return name;
 }
 
@@ -97,10 +97,10 @@ std::optional<std::string> HexBytes(std::string_view list, std::string_view& res
   std::string bytes;
   while (true) {
     const bool goesOn = list.ends_with('\\');
-    if (goesOn) list = Trim(list.substr(0, list.size() - 1));
+    if (goesOn) list = StripLine(list.substr(0, list.size() - 1));
     while (!list.empty()) {
       const std::size_t comma = list.find(',');
-      const std::optional<std::uint32_t> byte = HexNumber(Trim(list.substr(0, comma)));
+      const std::optional<std::uint32_t> byte = HexNumber(StripLine(list.substr(0, comma)));
       if (!byte || *byte > 0xFF) return std::nullopt;
       bytes += static_cast<char>(*byte);
       list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);

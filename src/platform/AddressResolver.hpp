@@ -13,7 +13,8 @@ class AddressResolver {
 
   // The host name of the address, or an empty text. Only a name that resolves back to the same
   // address counts, and a name that reads as an address is none, so an access list may trust it.
-  // Waits for the name service, a few seconds at most.
+  // Waits for the name service: a few seconds at most where that is DNS, as long as the system lets
+  // them take where it has others.
   virtual std::string ResolverName(const std::string& ResolverAddress) = 0;
 };
 

@@ -11,7 +11,8 @@ namespace quorbin {
 namespace {
 
 bool InLinkTable(const Form1& form, std::string_view address) {
-  if (form.LinkHostCount < 0) return false;
+  // A peer without an address is like no entry, not like the free slots.
+  if (form.LinkHostCount < 0 || Trim(address).empty()) return false;
   return std::ranges::any_of(
       form.LinkHosts, [address](const std::string& slot) { return Trim(slot) == Trim(address); });
 }

@@ -55,6 +55,8 @@ void BoundResolver() {
   _res.nscount = std::min(_res.nscount, Servers);
   // A reverse name is complete; a search through the local domains would only multiply the wait.
   _res.options &= ~static_cast<unsigned long>(RES_DNSRCH | RES_DEFNAMES);
+  // No stream connection for an answer that was cut: nothing bounds the wait for that.
+  _res.options |= RES_IGNTC;
 }
 
 }  // namespace

@@ -49,10 +49,16 @@ bool InstanceDir::Claim() {
   Fd lock(::openat(directory_.Get(), "instance.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                    S_IRUSR | S_IWUSR));
   if (!lock) {
-    std::fprintf(stderr, "Quorbin: instance.lock: %s\n", LastError().message().c_str());
+    std::fprintf(stderr, "Quorbin: no instance.lock, so no link channel: %s\n",
+                 LastError().message().c_str());
     return true;
   }
-  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
+  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EWOULDBLOCK) return false;
+    std::fprintf(stderr, "Quorbin: instance.lock can't be held, so no link channel: %s\n",
+                 LastError().message().c_str());
+    return true;
+  }
   lock_ = std::move(lock);
   return true;
 }

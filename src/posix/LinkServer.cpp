@@ -15,20 +15,15 @@
 #include <system_error>
 
 #include "LastError.hpp"
+#include "LinkProtocol.hpp"
 
 namespace quorbin {
 
+using namespace LinkProtocol;
+
 namespace {
 
-constexpr const char* SocketName = "qbstop";
 constexpr int Backlog = 16;
-
-constexpr std::string_view Execute = "execute ";
-constexpr std::string_view Request = "request ";
-constexpr std::string_view Notify = "notify ";
-constexpr std::string_view Accepted = "accepted";
-constexpr std::string_view Refused = "refused";
-constexpr std::string_view Value = "value ";
 
 // The socket's address through the open directory: no limit of length, and no other directory can
 // take its place.
@@ -36,7 +31,7 @@ sockaddr_un AddressIn(int directory) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
-                SocketName);
+                SocketName.data());
   return address;
 }
 
@@ -49,18 +44,25 @@ bool IsSameUser(int peer) {
          credentials.uid == ::geteuid();
 }
 
+// Unread bytes at the close would reach the client as a reset behind its last answer.
+void ReadAway(int peer) {
+  std::array<char, MaxLine> bytes;
+  for (int count = 0; count < 16 && ::recv(peer, bytes.data(), bytes.size(), 0) > 0; ++count) {
+  }
+}
+
 // Removes the socket of a run that has crashed. A live one stays, and so does whatever else has
 // that name; bind() then tells.
 void RemoveStale(int directory, const sockaddr_un& address) {
   struct stat status {};
-  if (::fstatat(directory, SocketName, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+  if (::fstatat(directory, SocketName.data(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISSOCK(status.st_mode)) {
     return;
   }
   const Fd probe = UnixSocket();
   const bool connects =
       ::connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  if (!connects && errno == ECONNREFUSED) ::unlinkat(directory, SocketName, 0);
+  if (!connects && errno == ECONNREFUSED) ::unlinkat(directory, SocketName.data(), 0);
 }
 
 std::error_code Open(int directory, Fd& listener) {
@@ -91,7 +93,7 @@ void LinkServer::SetLinkMode(int mode) {
   }
   if (!listener_) return;
   loop_.Unwatch(listener_.Get());
-  ::unlinkat(directory_.Descriptor(), SocketName, 0);
+  ::unlinkat(directory_.Descriptor(), SocketName.data(), 0);
   listener_.Reset();
   for (auto client = clients_.begin(); client != clients_.end();) {
     const auto next = std::next(client);
@@ -117,6 +119,13 @@ void LinkServer::ClientArrives() {
   if (!peer && (errno == EMFILE || errno == ENFILE) && !clients_.empty()) {
     Drop(clients_.begin());
     peer.Reset(::accept4(listener_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  }
+  if (!peer && (errno == EMFILE || errno == ENFILE)) {
+    // Not even with all clients dropped. Publishing anew turns the request away, which would come
+    // back without end, and takes no further descriptor.
+    SetLinkMode(0);
+    SetLinkMode(1);
+    return;
   }
   if (!peer || !IsSameUser(peer.Get())) return;
   clients_.push_back({std::move(peer), {}, {}});
@@ -146,6 +155,7 @@ void LinkServer::ClientReady(ClientPlace client) {
     clients_.splice(clients_.end(), clients_, client);
     client->Received.append(bytes.data(), static_cast<std::size_t>(count));
     if (!ServeLines(client)) {
+      ReadAway(peer);
       Drop(client);
       return;
     }
@@ -175,19 +185,20 @@ bool LinkServer::ServeLines(ClientPlace client) {
 }
 
 std::string LinkServer::Answer(std::string_view line) {
-  if (line.starts_with(Execute)) {
+  const std::size_t blank = line.find(' ');
+  if (blank == line.npos) return std::string(Refused);
+  const std::string_view verb = line.substr(0, blank);
+  const std::string text(line.substr(blank + 1));
+  if (verb == Execute) {
     std::int16_t Cancel = 1;
-    events_.LinkExecute(std::string(line.substr(Execute.size())), Cancel);
+    events_.LinkExecute(text, Cancel);
     return std::string(Cancel == 0 ? Accepted : Refused);
   }
-  if (line.starts_with(Request)) {
-    const auto value = events_.LinkRequest(std::string(line.substr(Request.size())));
+  if (verb == Request) {
+    const std::optional<std::string> value = events_.LinkRequest(text);
     return value ? std::string(Value) + *value : std::string(Refused);
   }
-  if (line.starts_with(Notify)) {
-    return std::string(events_.LinkNotify(std::string(line.substr(Notify.size()))) ? Accepted
-                                                                                   : Refused);
-  }
+  if (verb == Notify) return std::string(events_.LinkNotify(text) ? Accepted : Refused);
   return std::string(Refused);
 }
 

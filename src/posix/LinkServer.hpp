@@ -19,7 +19,6 @@ namespace quorbin {
 // processes of the same user are heard.
 class LinkServer : public LinkChannel {
  public:
-  static constexpr std::size_t MaxLine = 4096;   // bytes, LF not counted
   static constexpr std::size_t MaxClients = 16;  // the longest silent one gives way to a new one
 
   // Loop and directory must outlive the server.

@@ -26,15 +26,15 @@ bool IsFileOrLink(int directory, const dirent& entry) {
          (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode));
 }
 
-// Refuses all but a plain file of our own, and makes that one readable for its owner alone. A
-// second name of the file may be one that is not ours to write to.
-std::error_code MakePrivate(int file) {
+// Refuses all but a plain file of our own. A second name of the file may be one that is not ours
+// to write to.
+std::error_code CheckOurs(int file) {
   struct stat status {};
   if (::fstat(file, &status) != 0) return LastError();
   if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || status.st_nlink != 1) {
     return std::make_error_code(std::errc::operation_not_permitted);
   }
-  return ::fchmod(file, OwnerOnly) == 0 ? std::error_code() : LastError();
+  return {};
 }
 
 }  // namespace
@@ -62,9 +62,19 @@ std::error_code OutputFiles::Open(const std::string& path) {
                      O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
                      OwnerOnly));
   if (!file_) return LastError();
-  const std::error_code error = MakePrivate(file_.Get());
-  if (error) file_.Reset();
+  std::error_code error = CheckOurs(file_.Get());
+  if (error) {
+    file_.Reset();
+  } else if (::fchmod(file_.Get(), OwnerOnly) != 0) {
+    error = LastError();
+    Discard(path);
+  }
   return error;
+}
+
+void OutputFiles::Discard(const std::string& path) {
+  file_.Reset();
+  Kill(path);
 }
 
 std::error_code OutputFiles::OpenForBinary(const std::string& path) { return Open(path); }
@@ -73,7 +83,7 @@ std::error_code OutputFiles::OpenForOutput(const std::string& path) {
   std::error_code error = Open(path);
   if (!error && ::ftruncate(file_.Get(), 0) != 0) {
     error = LastError();
-    file_.Reset();
+    Discard(path);
   }
   return error;
 }

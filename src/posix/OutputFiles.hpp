@@ -21,6 +21,8 @@ class OutputFiles : public FileSystem {
 
  private:
   std::error_code Open(const std::string& path);
+  // The file is ours but not fit for use: none is left behind.
+  void Discard(const std::string& path);
 
   Fd file_;
 };

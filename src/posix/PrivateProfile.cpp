@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "ReadFile.hpp"
 
@@ -56,8 +57,8 @@ std::uint32_t PrivateProfile::GetPrivateProfileString(std::string_view section,
                                                       std::span<char> buffer,
                                                       const std::string& path) {
   if (buffer.empty()) return 0;
-  const std::string file = ReadFile(path);
-  const std::string_view value = FindSetting(file, section, key).value_or(defaultText);
+  if (std::optional<std::string> file = ReadFile(path)) lastRead_ = std::move(*file);
+  const std::string_view value = FindSetting(lastRead_, section, key).value_or(defaultText);
   const std::size_t count = std::min(value.size(), buffer.size() - 1);
   std::copy_n(value.begin(), count, buffer.begin());
   return static_cast<std::uint32_t>(count);

@@ -17,12 +17,16 @@ std::optional<std::string_view> FindSetting(std::string_view file, std::string_v
                                             std::string_view key);
 
 // The settings file in the private profile format, read whole at each call, so that a file that
-// is replaced meanwhile is seen as the old one or the new one.
+// is replaced meanwhile is seen as the old one or the new one. Where the system lacks the means for
+// a reading, the file stands as it was last read: a lack of descriptors must not lift a refusal.
 class PrivateProfile : public SettingsFile {
  public:
   std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
                                         std::string_view defaultText, std::span<char> buffer,
                                         const std::string& path) override;
+
+ private:
+  std::string lastRead_;
 };
 
 }  // namespace quorbin

@@ -5,17 +5,23 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <string>
 
 #include "Fd.hpp"
 
 namespace quorbin {
 
-// The bytes of a plain file. Empty if there is none or it can't be read whole.
-inline std::string ReadFile(const std::string& path) {
+// The bytes of a plain file; no bytes where there is none that we may read. Nothing if a reading
+// fails that may succeed the next time, for want of a descriptor say.
+inline std::optional<std::string> ReadFile(const std::string& path) {
   const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file && errno != EMFILE && errno != ENFILE && errno != ENOMEM && errno != EINTR) {
+    return std::string();
+  }
   struct stat status {};
-  if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (!file || ::fstat(file.Get(), &status) != 0) return {};
+  if (!S_ISREG(status.st_mode)) return std::string();
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
   std::size_t length = 0;
   while (length < bytes.size()) {

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 
 namespace quorbin {
@@ -15,6 +16,7 @@ StandardOutput::StandardOutput() {
   if (::fstat(STDOUT_FILENO, &status) != 0) return;
   // O_NONBLOCK on the descriptor itself would also bind those that share it, the shell's say.
   if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
+    mayWait_ = true;
     own_.Reset(::open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
 }
@@ -23,7 +25,8 @@ void StandardOutput::Print(std::string_view lines) {
   std::string text(cut_ ? 1 : 0, '\n');
   text += lines;
   ssize_t taken = ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (taken < 0) {  // not a socket
+  if (taken < 0 && errno == ENOTSOCK) {
+    if (mayWait_ && !own_) return;  // another user's terminal, say
     taken = ::write(own_ ? own_.Get() : STDOUT_FILENO, text.data(), text.size());
   }
   if (taken > 0) cut_ = static_cast<std::size_t>(taken) < text.size();

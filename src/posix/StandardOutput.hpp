@@ -17,6 +17,7 @@ class StandardOutput {
 
  private:
   Fd own_;  // a description of its own of the same pipe or terminal, so that only it never waits
+  bool mayWait_ = false;  // writing to the shared description could
   bool cut_ = false;
 };
 

@@ -158,6 +158,10 @@ void TcpSocket::RequestReady() {
     return;
   }
   remoteHostIP_ = AddressText(address, length);
+  if (remoteHostIP_.empty()) {
+    requested_.Reset();  // no list can tell who that is
+    return;
+  }
   events_.ConnectionRequest(requested_.Get());
   requested_.Reset();
 }
@@ -197,10 +201,10 @@ void TcpSocket::ConnectionReady(unsigned readiness) {
         break;
     }
   }
-  if ((readiness & EventLoop::Readable) != 0) ReceiveChunk();
+  if ((readiness & EventLoop::Readable) != 0) ReceiveWaiting();
 }
 
-void TcpSocket::ReceiveChunk() {
+void TcpSocket::ReceiveWaiting() {
   const int peer = connection_.Get();
   const ssize_t received = ::recv(peer, buffer_.Data(), buffer_.Size(), 0);
   if (received == 0) {
@@ -271,7 +275,7 @@ void TcpSocket::Linger() {
     return;
   }
   if (lingering_.size() == MaxLingering) Forget(lingering_.begin());
-  lingering_.push_back({std::move(connection_), std::move(replies_), LingerBytes});
+  lingering_.push_back({std::move(connection_), std::move(replies_), LingerBytes, false});
   const auto lingering = std::prev(lingering_.end());
   const int peer = lingering->Connection.Get();
   if (lingering->Replies.Empty()) ::shutdown(peer, SHUT_WR);
@@ -289,14 +293,26 @@ void TcpSocket::LingeringReady(std::list<Lingering>::iterator lingering) {
     }
     if (result == SendQueue::Result::Sent) {
       ::shutdown(peer, SHUT_WR);
+      if (lingering->PeerHasClosed) {
+        Forget(lingering);
+        return;
+      }
       loop_.Watch(peer, EventLoop::Readable,
                   [this, lingering](unsigned) { LingeringReady(lingering); });
     }
   }
+  if (lingering->PeerHasClosed) return;
   // Without a place for them the bytes are dropped where they are.
   const ssize_t dropped = ::recv(peer, nullptr, LingerStep, MSG_TRUNC | MSG_DONTWAIT);
   const bool waits = dropped < 0 && (errno == EAGAIN || errno == EINTR);
   if (waits) return;
+  if (dropped == 0 && !lingering->Replies.Empty()) {
+    // It sends no more but may read on; its end would be reported again and again.
+    lingering->PeerHasClosed = true;
+    loop_.Watch(peer, EventLoop::Writable,
+                [this, lingering](unsigned) { LingeringReady(lingering); });
+    return;
+  }
   const auto count = static_cast<std::size_t>(std::max<ssize_t>(dropped, 0));
   if (count == 0 || count > lingering->Budget) {
     Forget(lingering);

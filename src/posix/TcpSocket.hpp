@@ -50,13 +50,14 @@ class TcpSocket : public Winsock {
     Fd Connection;
     SendQueue Replies;
     std::size_t Budget;  // bytes still read away before the connection is cut
+    bool PeerHasClosed;  // its side; replies still go out
   };
 
   std::error_code Bind();
   std::error_code BindAnyPort();
   void RequestReady();
   void ConnectionReady(unsigned readiness);
-  void ReceiveChunk();
+  void ReceiveWaiting();
   void WatchConnection();
   void RaiseError(int number);
   void Linger();

@@ -1,6 +1,7 @@
 #include "Dispatcher.hpp"
 
 #include <array>
+#include <cstddef>
 
 #include "Allgemein.hpp"
 #include "FileReception.hpp"
@@ -20,10 +21,18 @@ std::string_view Normalise(std::string_view chunk) {
   return chunk.starts_with(Token::KdoPrf) ? chunk : RTrim(chunk);
 }
 
+// Bytes of the partner's text beyond which no further version is shown: a sender that tells its
+// version without end shall fill neither the memory nor, as the text is shown anew each time, the
+// disk that the output goes to.
+constexpr std::size_t PartnerLimit = 4096;
+
 void Version(Form1& form, std::string_view value) {
   form.Session.PeerVersion = value;
-  form.FControl.Write(Field::partner, form.FControl.Text(Field::partner) + " (Version " +
-                                          form.Session.PeerVersion + ")");
+  const std::string partner = form.FControl.Text(Field::partner);
+  if (partner.size() < PartnerLimit) {
+    form.FControl.Write(Field::partner,
+                        partner + std::string(PartnerVersion) + form.Session.PeerVersion + ")");
+  }
   form.Winsock1.SendData(std::string(Reply::Ok) + form.Session.ProgramVersion);
 }
 

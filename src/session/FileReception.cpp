@@ -60,11 +60,11 @@ void GiveUpTransfer(Form1& form, const std::error_code& error) {
 std::optional<std::int64_t> AnnouncedLength(std::string_view chunk) {
   if (chunk.size() < BufferHeader::Size || !chunk.starts_with(BufferHeader::Token)) return {};
   std::string_view digits = Trim(chunk.substr(BufferHeader::Token.size(), BufferHeader::Digits));
-  std::int64_t length = -1;
+  std::uint64_t length = 0;  // takes no sign
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
   if (error != std::errc() || end != digits.data() + digits.size()) return {};
-  if (length < 0 || length > BufferHeader::MaxLength) return {};
-  return length;
+  if (length > BufferHeader::MaxLength) return {};
+  return static_cast<std::int64_t>(length);
 }
 
 void LogBlock(Form1& form, std::int64_t bytes) {

@@ -44,13 +44,13 @@ double NumberFromText(std::string_view text) {
   return negative ? -number : number;
 }
 
-template <std::signed_integral Field>
-Field WholeNumberFromText(std::string_view text) {
+template <std::signed_integral Int>
+Int WholeNumberFromText(std::string_view text) {
   const double number = std::nearbyint(NumberFromText(text));
-  if (number < std::numeric_limits<Field>::min() || number > std::numeric_limits<Field>::max()) {
+  if (number < std::numeric_limits<Int>::min() || number > std::numeric_limits<Int>::max()) {
     return 0;
   }
-  return static_cast<Field>(number);
+  return static_cast<Int>(number);
 }
 template std::int16_t WholeNumberFromText<std::int16_t>(std::string_view text);
 template std::int32_t WholeNumberFromText<std::int32_t>(std::string_view text);

@@ -39,8 +39,8 @@ double NumberFromText(std::string_view text);
 
 // That number rounded to the nearest whole one, a tie to the even neighbour; 0 if it does not fit
 // the field.
-template <std::signed_integral Field>
-Field WholeNumberFromText(std::string_view text);
+template <std::signed_integral Int>
+Int WholeNumberFromText(std::string_view text);
 
 std::string SettingsPath(const Form1& form);
 
@@ -50,9 +50,9 @@ std::string ReadSetting(Form1& form, std::string_view section, std::string_view 
                         std::string_view defaultText, std::size_t capacity);
 
 // A numeric setting; absent counts as 0.
-template <std::signed_integral Field>
-Field ReadNumber(Form1& form, std::string_view section, std::string_view key) {
-  return WholeNumberFromText<Field>(ReadSetting(form, section, key, "0", ShortValue));
+template <std::signed_integral Int>
+Int ReadNumber(Form1& form, std::string_view section, std::string_view key) {
+  return WholeNumberFromText<Int>(ReadSetting(form, section, key, "0", ShortValue));
 }
 
 // The keyword of the key Default in a section: builtIn unless the file holds another one of the

@@ -33,7 +33,7 @@ namespace BufferHeader {
 inline constexpr std::string_view Token = "$BUFFLEN$";
 inline constexpr std::size_t Digits = 10;
 inline constexpr std::size_t Size = Token.size() + Digits;
-inline constexpr std::int64_t MaxLength = 2147483647;
+inline constexpr std::uint64_t MaxLength = 2147483647;
 }  // namespace BufferHeader
 
 // Answers. None has a line end behind it.

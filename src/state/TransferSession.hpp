@@ -14,7 +14,7 @@ inline constexpr std::int16_t LogAllMessages = 2;  // every message as well
 // and the fields of a finished one stay readable until then. All lengths are in bytes.
 struct TransferSession {
   std::int16_t LogLevel = 0;
-  std::string_view RecvBuf;    // the chunk being handled; a view of the socket object's bytes
+  std::string_view RecvBuf;    // the chunk being handled: the socket object's bytes, gone at Close
   std::string FileName;        // name part of the output file, without directory or prefix
   std::string Ext;             // extension with its dot, as sent or taken from FileName
   std::string TempDir;         // directory of received files, no closing separator added
@@ -30,7 +30,7 @@ struct TransferSession {
   bool HostAllowed = false;    // host decision of this connection
   std::string ProgramVersion;  // told to senders
   std::string PeerVersion;     // not empty: buffers of binary content are acknowledged
-  std::int32_t BlockCount = 0;
+  std::int64_t BlockCount = 0;
   std::int64_t BufLenLeft = 0;  // still owed of the announced buffer; negative: too much came
   std::int64_t TotalBytes = 0;  // received for the file, buffer headers not counted
 };

@@ -35,6 +35,7 @@ inline constexpr std::string_view Text = "text";
 }  // namespace Ftp
 
 inline constexpr std::string_view AutomaticExt = "(automatic) ";  // in fext, the extension follows
+inline constexpr std::string_view PartnerVersion = " (Version ";  // in partner, behind its name
 
 // Lines of Satz; a number text stands where a line is open.
 namespace LogLine {
