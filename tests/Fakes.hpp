@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <map>
-#include <memory>
+#include <numeric>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,48 +21,55 @@ namespace quorbin::fakes {
 
 using Journal = std::vector<std::string>;
 
-struct FakeWinsock : Winsock {
-  explicit FakeWinsock(Journal& j) : journal(j) {}
+// A platform interface whose calls go into the journal.
+template <typename Interface>
+struct Fake : Interface {
+  explicit Fake(Journal& j) : journal(j) {}
+
+  template <typename... Parts>
+  void Note(const Parts&... parts) {
+    std::ostringstream entry;
+    (entry << ... << parts);
+    journal.push_back(entry.str());
+  }
+  // Notes the parts and gives the value back.
+  template <typename Value, typename... Parts>
+  Value Noted(const Value& value, const Parts&... parts) {
+    Note(parts...);
+    return value;
+  }
+
+  Journal& journal;
+};
+
+struct FakeWinsock : Fake<Winsock> {
+  using Fake::Fake;
   int State() const override { return state; }
   std::int32_t LocalPort() const override { return port; }
   void SetLocalPort(std::int32_t p) override { port = p; }
-  void Close() override {
-    journal.emplace_back("Close");
-    state = 0;
-  }
+  void Close() override { state = Noted(0, "Close"); }
   std::error_code Listen() override {
-    journal.emplace_back("Listen");
-    if (!listenError) state = 2;
-    return listenError;
+    state = Noted(2, "Listen");
+    return {};
   }
-  void Accept(int requestID) override {
-    journal.push_back("Accept " + std::to_string(requestID));
-    state = 7;
-  }
+  void Accept(int requestID) override { state = Noted(7, "Accept ", requestID); }
   std::string_view GetData() override { return chunk; }
   void SendData(std::string_view bytes) override {
-    journal.push_back("Send " + std::string(bytes));
+    Note("Send ", bytes);
     replies.emplace_back(bytes);
   }
   std::string RemoteHostIP() const override { return peer; }
   std::string RemoteHost() const override { return {}; }
 
-  Journal& journal;
   int state = 0;
   std::int32_t port = 0;
-  std::error_code listenError;
-  std::string chunk;
-  std::string peer = "10.0.0.7";
+  std::string chunk, peer = "10.0.0.7";
   std::vector<std::string> replies;
 };
 
-struct FakeResolver : AddressResolver {
-  explicit FakeResolver(Journal& j) : journal(j) {}
-  std::string ResolverName(const std::string& address) override {
-    journal.push_back("Resolve " + address);
-    return name;
-  }
-  Journal& journal;
+struct FakeResolver : Fake<AddressResolver> {
+  using Fake::Fake;
+  std::string ResolverName(const std::string& ip) override { return Noted(name, "Resolve ", ip); }
   std::string name;
 };
 
@@ -72,54 +80,47 @@ struct FakeProfile : SettingsFile {
                                         const std::string& path) override {
     if (path != "/opt/q/quorbin.ini") return 0;
     const std::string_view value = FindSetting(ini, section, key).value_or(defaultText);
-    const std::size_t count = std::min(value.size(), buffer.size() - 1);
-    std::copy_n(value.begin(), count, buffer.begin());
-    return static_cast<std::uint32_t>(count);
+    return static_cast<std::uint32_t>(value.copy(buffer.data(), buffer.size() - 1));
   }
   std::string ini;
 };
 
+// By key path, a bar, and the value's name.
 struct FakeRegistry : RegistryReader {
   std::optional<RegValue> QueryValue(std::uint32_t root, const std::string& path,
                                      const std::string& name) override {
-    const auto found = values.find(path + "|" + name);
-    if (root != HKEY_CLASSES_ROOT || found == values.end()) return {};
-    return found->second;
-  }
-  void Set(const std::string& pathAndName, const std::string& text) {
-    values[pathAndName] = {RegType::REG_SZ, text + '\0'};
+    const std::string key = path + "|" + name;
+    if (root != HKEY_CLASSES_ROOT || !values.contains(key)) return {};
+    return values.at(key);
   }
   std::map<std::string, RegValue> values;
 };
 
 // Opens and writes fail by their turn: 1 is the next one, 0 none.
-struct FakeFiles : FileSystem {
-  explicit FakeFiles(Journal& j) : journal(j) {}
+struct FakeFiles : Fake<FileSystem> {
+  using Fake::Fake;
   void Kill(const std::string& path) override {
-    journal.push_back("Kill " + path);
+    Note("Kill ", path);
     files.erase(path);
   }
   void KillPrefix(const std::string& prefix) override {
-    journal.push_back("Kill " + prefix + "*");
+    Note("Kill ", prefix, "*");
     std::erase_if(files, [&](const auto& file) { return file.first.starts_with(prefix); });
   }
   std::error_code OpenForOutput(const std::string& path) override { return Open("text", path); }
   std::error_code OpenForBinary(const std::string& path) override { return Open("binary", path); }
   std::error_code Write(std::string_view block, std::string_view lineEnd) override {
     if (FailsNow(failWrite)) return std::make_error_code(std::errc::no_space_on_device);
-    journal.emplace_back("Write");
+    Note("Write");
     files.at(open).append(block).append(lineEnd);
     return {};
   }
-  void Close() override {
-    journal.emplace_back("CloseFile");
-    open.clear();
-  }
-  void MakeExecutable(const std::string& path) override { journal.push_back("Execute " + path); }
+  void Close() override { open = Noted(std::string(), "CloseFile"); }
+  void MakeExecutable(const std::string& path) override { Note("Execute ", path); }
 
   std::error_code Open(const std::string& kind, const std::string& path) {
     if (FailsNow(failOpen)) return std::make_error_code(std::errc::permission_denied);
-    journal.push_back("Open " + kind + " " + path);
+    Note("Open ", kind, " ", path);
     open = path;
     files[path];
     return {};
@@ -129,126 +130,74 @@ struct FakeFiles : FileSystem {
     return std::erase(turns, 0) > 0;
   }
 
-  Journal& journal;
   std::map<std::string, std::string> files;
   std::string open;
-  std::vector<int> failOpen;
-  std::vector<int> failWrite;
+  std::vector<int> failOpen, failWrite;
 };
 
-struct FakeProcess : ProcessStarter {
-  explicit FakeProcess(Journal& j) : journal(j) {}
-  std::optional<int> Shell(const std::string& line) override {
-    journal.push_back("Shell " + line);
-    return task;
-  }
-  void OpenInEditor(const std::string& path) override { journal.push_back("Edit " + path); }
-  Journal& journal;
-  std::optional<int> task = 1234;
-};
-
-struct FakeDisplay : StatusDisplay {
-  explicit FakeDisplay(Journal& j) : journal(j) {}
+// Both windows and the icon in the tray.
+struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
+  using Fake::Fake;
   void Write(Field field, std::string_view text) override {
     texts.Write(field, text);
-    journal.push_back(std::string(FieldNames[static_cast<std::size_t>(field)]) + "=" +
-                      std::string(text));
+    Note(FieldNames[static_cast<std::size_t>(field)], "=", text);
   }
   void AppendLine(std::string_view line) override {
     texts.AppendLine(line);
-    journal.push_back("Satz+" + std::string(line));
+    Note("Satz+", line);
   }
   std::string Text(Field field) const override { return texts.Text(field); }
-  void Show() override { journal.emplace_back("Show"); }
-  void CloseWindow() override { journal.emplace_back("CloseControl"); }
+  void Show() override { Note("Show"); }
+  void CloseWindow() override { Note("CloseControl"); }
   void EndOfEvent() override {}
-  Journal& journal;
-  FieldTexts texts;
-};
-
-struct FakeWindow : MainWindow {
-  explicit FakeWindow(Journal& j) : journal(j) {}
   FormState WindowState() const override { return state; }
-  void SetWindowState(FormState s) override {
-    journal.push_back("WindowState " + std::to_string(static_cast<int>(s)));
-    state = s;
-  }
+  void SetWindowState(FormState s) override { state = Noted(s, "State ", static_cast<int>(s)); }
   bool Visible() const override { return visible; }
-  void SetVisible(bool v) override {
-    journal.push_back(v ? "Visible" : "Hidden");
-    visible = v;
-  }
-  void BringToUser() override { journal.emplace_back("BringToUser"); }
+  void SetVisible(bool v) override { visible = Noted(v, v ? "Visible" : "Hidden"); }
+  void BringToUser() override { Note("BringToUser"); }
   WindowHandle Handle() const override { return 7; }
   WindowHandle Icon() const override { return 8; }
-  void SetCaption(const std::string& caption) override { journal.push_back("Caption " + caption); }
-  void SetLabel2(const std::string& caption) override {
-    journal.push_back("Label2 " + std::to_string(std::ranges::count(caption, '\n')));
-  }
+  void SetCaption(const std::string& caption) override { Note("Caption ", caption); }
+  void SetLabel2(const std::string& s) override { Note("Label2 ", std::ranges::count(s, '\n')); }
   double OuterWidth() const override { return 5641; }
-  double ControlWidth(FormControl control) const override {
-    return control == FormControl::Label1 ? 1320 : 2670;
-  }
-  void SetLeft(FormControl control, double left) override {
-    journal.push_back("Left " + std::to_string(static_cast<int>(control)) + " " +
-                      std::to_string(left).substr(0, 6));
-  }
+  double ControlWidth(FormControl c) const override { return 1000 + static_cast<int>(c); }
+  void SetLeft(FormControl c, double x) override { Note("Left ", static_cast<int>(c), " ", x); }
   std::string StopsrvCaption() const override { return stopsrv; }
-  void SetStopsrvCaption(const std::string& caption) override {
-    journal.push_back("stopsrv=" + caption);
-    stopsrv = caption;
+  void SetStopsrvCaption(const std::string& s) override { stopsrv = Noted(s, "stopsrv=", s); }
+  void Close() override { Note("CloseMain"); }
+  void Shell_NotifyIcon(NotifyOperation op, const NotifyRecord& r) override {
+    Note("Notify ", static_cast<int>(op), " ", r.hWnd, " flags ", r.uFlags, " tip ", r.szTip);
   }
-  void Close() override { journal.emplace_back("CloseMain"); }
-  Journal& journal;
+  WindowProc SetWindowProc(WindowHandle hWnd, WindowProc next) override {
+    Note("SetWindowProc ", hWnd);
+    return std::exchange(procedure, std::move(next));
+  }
+  FieldTexts texts;
   FormState state = FormState::Minimised;
   bool visible = true;
   std::string stopsrv = "OK";
-};
-
-struct FakeTray : ShellTray {
-  explicit FakeTray(Journal& j) : journal(j) {}
-  void Shell_NotifyIcon(NotifyOperation operation, const NotifyRecord& record) override {
-    journal.push_back("Notify " + std::to_string(static_cast<int>(operation)) + " hWnd " +
-                      std::to_string(record.hWnd) + " flags " + std::to_string(record.uFlags));
-    last = record;
-  }
-  WindowProc SetWindowProc(WindowHandle hWnd, WindowProc next) override {
-    journal.push_back("SetWindowProc " + std::to_string(hWnd));
-    return std::exchange(procedure, std::move(next));
-  }
-  Journal& journal;
-  NotifyRecord last;
   WindowProc procedure = [this](WindowHandle, std::uint32_t, std::uintptr_t, std::intptr_t) {
-    journal.emplace_back("OldWndProc");
-    return std::intptr_t{99};
+    return Noted(99, "OldWndProc");
   };
 };
 
-struct FakeLink : LinkChannel {
-  explicit FakeLink(Journal& j) : journal(j) {}
-  void SetLinkMode(int mode) override { journal.push_back("LinkMode " + std::to_string(mode)); }
-  Journal& journal;
-};
+// Thrown by the end of the process.
+struct Ended {};
 
-struct Ended {
-  int status;
-};
-
-struct FakeComputer : Computer {
-  explicit FakeComputer(Journal& j) : journal(j) {}
-  bool PrevInstance() override { return previous; }
+// The computer, what it starts and its link channel.
+struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
+  using Fake::Fake;
+  bool PrevInstance() override { return false; }
   std::string EXEName() const override { return "Quorbin"; }
   std::string AppPath() const override { return "/opt/q"; }
   std::string Environ(const std::string& name) const override {
-    const auto found = environment.find(name);
-    return found == environment.end() ? "" : found->second;
+    return environment.contains(name) ? environment.at(name) : "";
   }
-  void MsgBox(const std::string& text, int flags, const std::string& title) override {
-    journal.push_back("MsgBox " + text + "|" + std::to_string(flags) + "|" + title);
-  }
-  [[noreturn]] void End(int status) override { throw Ended{status}; }
-  Journal& journal;
-  bool previous = false;
+  void MsgBox(const std::string& text, int, const std::string&) override { Note("MsgBox ", text); }
+  [[noreturn]] void End(int status) override { throw Noted(Ended(), "End ", status); }
+  std::optional<int> Shell(const std::string& line) override { return Noted(1234, "Shell ", line); }
+  void OpenInEditor(const std::string& path) override { Note("Edit ", path); }
+  void SetLinkMode(int mode) override { Note("LinkMode ", mode); }
   std::map<std::string, std::string> environment = {{"TMP", "/t"}};
 };
 
@@ -260,14 +209,10 @@ struct World {
   FakeProfile profile;
   FakeRegistry registry;
   FakeFiles files{journal};
-  FakeProcess process{journal};
-  FakeDisplay display{journal};
-  FakeWindow window{journal};
-  FakeTray tray{journal};
-  FakeLink link{journal};
+  FakeWindows windows{journal};
   FakeComputer computer{journal};
-  Form1 form{Platform{winsock, resolver, profile, registry, files, process, display, window, tray,
-                      link, computer}};
+  Form1 form{Platform{winsock, resolver, profile, registry, files, computer, windows, windows,
+                      windows, computer, computer}};
 
   // Started, with text files opened by "view".
   explicit World(const std::string& ini = "[Extensions]\ntxt=view \"%1\"\n") {
@@ -278,30 +223,30 @@ struct World {
 
   void Connect() { ConnectionRequest(form, 5); }
 
-  // One chunk; returns the replies to it, parted by bars.
+  // One chunk; returns the reply to it.
   std::string Chunk(const std::string& bytes) {
     winsock.chunk = bytes;
     winsock.replies.clear();
     DataArrival(form, static_cast<std::int64_t>(bytes.size()));
+    return std::accumulate(winsock.replies.begin(), winsock.replies.end(), std::string());
+  }
+
+  // Chunks parted by bars; returns the replies, a bar behind each.
+  std::string Talk(const std::string& chunks) {
+    std::istringstream rest(chunks);
     std::string replies;
-    for (const std::string& reply : winsock.replies) {
-      replies += (replies.empty() ? "" : "|") + reply;
-    }
+    for (std::string chunk; std::getline(rest, chunk, '|');) replies += Chunk(chunk) + "|";
     return replies;
   }
 
-  // All but the last chunk unseen; returns the replies to the last one.
-  std::string Chunks(const std::vector<std::string>& chunks) {
-    std::string replies;
-    for (const std::string& chunk : chunks) replies = Chunk(chunk);
-    return replies;
+  // What has been noted since the last call, a semicolon behind each entry.
+  std::string Effects() {
+    std::string all;
+    for (const std::string& effect : std::exchange(journal, {})) all += effect + "; ";
+    return all;
   }
 
-  std::string Text(Field field) const { return display.Text(field); }
-  std::string File(const std::string& name) const {
-    const auto found = files.files.find("/t/f$~." + name);
-    return found == files.files.end() ? "(none)" : found->second;
-  }
+  std::string Text(Field field) const { return windows.Text(field); }
 };
 
 }  // namespace quorbin::fakes
