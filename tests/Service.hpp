@@ -2,14 +2,11 @@
 
 // The built service in a temporary directory, and peers that speak to it over TCP.
 
-#include <arpa/inet.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -51,27 +49,24 @@ inline std::string Contents(const fs::path& path) {
 class Peer {
  public:
   Peer() = default;
-  explicit Peer(int descriptor) : socket_(descriptor) {
+  // Connects to the address, a sockaddr of the family; no peer if that fails.
+  Peer(int family, const auto& address) : socket_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const timeval limit = {.tv_sec = Patience.count(), .tv_usec = 0};
     ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    const int little = 1024;  // replies that nobody reads soon fill it
+    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
+    const auto* general = reinterpret_cast<const sockaddr*>(&address);
+    if (::connect(socket_.Get(), general, sizeof address) != 0) socket_.Reset();
   }
 
-  static Peer Tcp(int port, bool v6 = false, int receiveBuffer = 0) {
-    const int descriptor = ::socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (receiveBuffer > 0) {
-      ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-    }
+  static Peer Tcp(int port, bool v6 = false) {
     const auto portBytes = htons(static_cast<in_port_t>(port));
     const sockaddr_in v4Address = {AF_INET, portBytes, {htonl(INADDR_LOOPBACK)}, {}};
     const sockaddr_in6 v6Address = {AF_INET6, portBytes, 0, in6addr_loopback, 0};
-    const auto* address = v6 ? reinterpret_cast<const sockaddr*>(&v6Address)
-                             : reinterpret_cast<const sockaddr*>(&v4Address);
-    const socklen_t length = v6 ? sizeof v6Address : sizeof v4Address;
-    if (::connect(descriptor, address, length) == 0) return Peer(descriptor);
-    ::close(descriptor);
-    return {};
+    Peer peer = v6 ? Peer(AF_INET6, v6Address) : Peer(AF_INET, v4Address);
+    const int on = 1;
+    ::setsockopt(peer.Descriptor(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return peer;
   }
 
   explicit operator bool() const { return static_cast<bool>(socket_); }
@@ -90,29 +85,18 @@ class Peer {
     bytes.resize(static_cast<std::size_t>(count));
     return bytes;
   }
-  // Everything up to the end of the stream.
+  // Everything up to the end of the stream or a reset.
   std::string ReceiveAll() const {
-    std::string all;
-    for (std::string part = Receive(); part != "(closed)"; part = Receive()) {
-      all += part;
-      if (part == "(error)") break;
-    }
+    std::string all, part;
+    while (!all.ends_with("(error)") && (part = Receive()) != "(closed)") all += part;
     return all;
   }
-  // Sends each message and returns the reply to the last one.
-  std::string Talk(const std::vector<std::string>& messages) const {
-    std::string reply;
-    for (const std::string& message : messages) {
-      Send(message);
-      reply = Receive();
-    }
-    return reply;
-  }
-  void Close() { socket_.Reset(); }
-  void Reset() {
-    const linger now = {.l_onoff = 1, .l_linger = 0};
-    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
-    socket_.Reset();
+  // Sends the messages, which bars part, and returns the reply to the last one.
+  std::string Talk(std::string_view messages) const {
+    const std::size_t bar = messages.find('|');
+    Send(messages.substr(0, bar));
+    std::string reply = Receive();
+    return bar == messages.npos ? reply : Talk(messages.substr(bar + 1));
   }
 
  private:
@@ -125,15 +109,11 @@ class Service {
   explicit Service(const std::string& settings = {}) {
     std::string pattern = (fs::temp_directory_path() / "quorbin-test-XXXXXX").string();
     Home = ::mkdtemp(pattern.data());
-    fs::create_directories(Home / "tmp");
-    fs::create_directories(Home / "run");
-    fs::create_directories(Home / "config/quorbin");
+    for (const char* name : {"tmp", "run", "config/quorbin"}) fs::create_directories(Home / name);
     fs::copy_file(QUORBIN, Home / "Quorbin");
     // Tells that it has the file, with its bytes, once they are all there.
-    WriteFile("view",
-              "#!/bin/sh\ncat \"$1\" > $0.part\nshift\necho \"$@\" > $0.arguments\n"
-              "mv $0.part $0.ed\n");
-    fs::permissions(Home / "view", fs::perms::owner_all);
+    WriteScript("view",
+                "cat \"$1\" > $0.part\nshift\necho \"$@\" > $0.arguments\nmv $0.part $0.ed\n");
     Port = FreePort();
     Settings(settings);
   }
@@ -141,6 +121,12 @@ class Service {
     if (pid_ > 0) {
       ::kill(pid_, SIGKILL);
       ::waitpid(pid_, nullptr, 0);
+    }
+    // With QUORBIN_VALGRIND, a file of suppressions, the service runs under valgrind, which must
+    // have found nothing.
+    if (const std::string found = Contents(Home / "valgrind"); !found.empty()) {
+      std::cerr << found;
+      std::_Exit(EXIT_FAILURE);
     }
     std::error_code ignored;
     fs::remove_all(Home, ignored);
@@ -167,6 +153,12 @@ class Service {
     ::dup2(::open((Home / "out").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
     ::dup2(::open((Home / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
     prepare();
+    if (const char* known = std::getenv("QUORBIN_VALGRIND")) {
+      const std::string options = "--quiet --leak-check=full --child-silent-after-fork=yes";
+      const std::string files = " --log-file=" + Path("valgrind") + " --suppressions=" + known;
+      ::setenv("VALGRIND_OPTS", (options + files).c_str(), 1);
+      ::execlp("valgrind", "valgrind", (Home / "Quorbin").c_str(), nullptr);
+    }
     ::execl((Home / "Quorbin").c_str(), "Quorbin", nullptr);
     ::_exit(127);
   }
@@ -183,19 +175,16 @@ class Service {
     pid_ = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   }
+  void Signal(int signal) const { ::kill(pid_, signal); }
   int Stop(int signal = SIGTERM) {
-    ::kill(pid_, signal);
+    Signal(signal);
     return Wait();
   }
-  void Signal(int signal) const { ::kill(pid_, signal); }
 
   // A connection, as soon as the program listens.
-  Peer Connect(bool v6 = false, int receiveBuffer = 0) const {
+  Peer Connect(bool v6 = false) const {
     Peer peer;
-    Eventually([&] {
-      peer = Peer::Tcp(Port, v6, receiveBuffer);
-      return static_cast<bool>(peer);
-    });
+    Eventually([&] { return static_cast<bool>(peer = Peer::Tcp(Port, v6)); });
     return peer;
   }
   // True once the text stands in standard output.
@@ -209,13 +198,17 @@ class Service {
     fs::remove(Home / "view.ed");
     return bytes;
   }
-  std::size_t Descriptors() const { return CountEntries("/proc/" + std::to_string(pid_) + "/fd"); }
-  std::string Descriptor(int number) const {
-    return fs::read_symlink("/proc/" + std::to_string(pid_) + "/fd/" + std::to_string(number));
-  }
+  fs::path DescriptorFolder() const { return "/proc/" + std::to_string(pid_) + "/fd"; }
+  std::size_t Descriptors() const { return CountEntries(DescriptorFolder()); }
   std::size_t Received() const { return CountEntries(Home / "tmp"); }
+  std::string Path(const std::string& name) const { return (Home / name).string(); }
   void WriteFile(const fs::path& name, const std::string& bytes) const {
     std::ofstream(Home / name, std::ios::binary) << bytes;
+  }
+  // A program of shell commands.
+  void WriteScript(const fs::path& name, const std::string& commands) const {
+    WriteFile(name, "#!/bin/sh\n" + commands);
+    fs::permissions(Home / name, fs::perms::owner_all);
   }
 
   fs::path Home;
@@ -236,6 +229,11 @@ class Service {
   }
 
   pid_t pid_ = 0;
+};
+
+// A service that has started.
+struct Running : Service {
+  Running() { EXPECT_TRUE(Start()); }
 };
 
 }  // namespace quorbin::tests

@@ -34,7 +34,8 @@ int Complain(int status, const std::string& sentence) {
 }
 
 int NotRunning(const std::string& directory, const std::string& why) {
-  return Complain(NoService, "no service at " + directory + "/" + std::string(LinkProtocol::SocketName) + ": " + why);
+  return Complain(NoService, "no service at " + directory + "/" +
+                                 std::string(LinkProtocol::SocketName) + ": " + why);
 }
 
 std::string RunTimeDirectory(const std::string& program) {
