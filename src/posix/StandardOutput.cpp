@@ -21,13 +21,22 @@ StandardOutput::StandardOutput() {
   }
 }
 
+// Another user's pipe or terminal, say, which can't be opened anew. Those that share it are bound
+// only for the length of the write.
+ssize_t StandardOutput::WriteShared(std::string_view text) const {
+  const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+  if (mayWait_) ::fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
+  const ssize_t taken = ::write(STDOUT_FILENO, text.data(), text.size());
+  if (mayWait_) ::fcntl(STDOUT_FILENO, F_SETFL, flags);
+  return taken;
+}
+
 void StandardOutput::Print(std::string_view lines) {
   std::string text(cut_ ? 1 : 0, '\n');
   text += lines;
   ssize_t taken = ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (taken < 0 && errno == ENOTSOCK) {
-    if (mayWait_ && !own_) return;  // another user's terminal, say
-    taken = ::write(own_ ? own_.Get() : STDOUT_FILENO, text.data(), text.size());
+    taken = own_ ? ::write(own_.Get(), text.data(), text.size()) : WriteShared(text);
   }
   if (taken > 0) cut_ = static_cast<std::size_t>(taken) < text.size();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string_view>
 
 #include "Fd.hpp"
@@ -16,6 +18,8 @@ class StandardOutput {
   void Print(std::string_view lines);
 
  private:
+  ssize_t WriteShared(std::string_view text) const;
+
   Fd own_;  // a description of its own of the same pipe or terminal, so that only it never waits
   bool mayWait_ = false;  // writing to the shared description could
   bool cut_ = false;
