@@ -277,9 +277,15 @@ void TcpSocket::Linger() {
   if (lingering_.size() == MaxLingering) Forget(lingering_.begin());
   lingering_.push_back({std::move(connection_), std::move(replies_), LingerBytes, false});
   const auto lingering = std::prev(lingering_.end());
-  const int peer = lingering->Connection.Get();
-  if (lingering->Replies.Empty()) ::shutdown(peer, SHUT_WR);
-  loop_.Watch(peer, EventLoop::Readable | (lingering->Replies.Empty() ? 0U : EventLoop::Writable),
+  if (lingering->Replies.Empty()) ::shutdown(lingering->Connection.Get(), SHUT_WR);
+  WatchLingering(lingering);
+}
+
+void TcpSocket::WatchLingering(std::list<Lingering>::iterator lingering) {
+  // The end of a peer's side would be reported again and again.
+  const unsigned readiness = (lingering->PeerHasClosed ? 0U : EventLoop::Readable) |
+                             (lingering->Replies.Empty() ? 0U : EventLoop::Writable);
+  loop_.Watch(lingering->Connection.Get(), readiness,
               [this, lingering](unsigned) { LingeringReady(lingering); });
 }
 
@@ -297,8 +303,7 @@ void TcpSocket::LingeringReady(std::list<Lingering>::iterator lingering) {
         Forget(lingering);
         return;
       }
-      loop_.Watch(peer, EventLoop::Readable,
-                  [this, lingering](unsigned) { LingeringReady(lingering); });
+      WatchLingering(lingering);
     }
   }
   if (lingering->PeerHasClosed) return;
@@ -307,10 +312,8 @@ void TcpSocket::LingeringReady(std::list<Lingering>::iterator lingering) {
   const bool waits = dropped < 0 && (errno == EAGAIN || errno == EINTR);
   if (waits) return;
   if (dropped == 0 && !lingering->Replies.Empty()) {
-    // It sends no more but may read on; its end would be reported again and again.
-    lingering->PeerHasClosed = true;
-    loop_.Watch(peer, EventLoop::Writable,
-                [this, lingering](unsigned) { LingeringReady(lingering); });
+    lingering->PeerHasClosed = true;  // but may read on
+    WatchLingering(lingering);
     return;
   }
   const auto count = static_cast<std::size_t>(std::max<ssize_t>(dropped, 0));

@@ -61,6 +61,7 @@ class TcpSocket : public Winsock {
   void WatchConnection();
   void RaiseError(int number);
   void Linger();
+  void WatchLingering(std::list<Lingering>::iterator lingering);
   void LingeringReady(std::list<Lingering>::iterator lingering);
   void Forget(std::list<Lingering>::iterator lingering);
 
