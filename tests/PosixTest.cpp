@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 
+#include <thread>
+
 #include "CommandLine.hpp"
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "ForwardConfirmedResolver.hpp"
+#include "Peer.hpp"
 #include "PollLoop.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
+#include "TcpSocket.hpp"
 
 namespace quorbin {
 namespace {
@@ -78,6 +82,46 @@ TEST(PollLoop, CallbacksMayUnwatchThemselvesAndOthers) {
   });
   loop.Run();
   EXPECT_EQ(order, "first deferred third 2");
+}
+
+TEST(TcpSocket, RepliesWaitForALatePeerUpToALimit) {
+  const std::string reply(60000, 'r');
+  for (const int replies : {1, 2}) {
+    PollLoop loop;
+    TcpSocket socket(loop);
+    const Fd received(::eventfd(0, 0));
+    int closes = 0;
+    socket.SetEvents({
+        .ConnectionRequest =
+            [&](int requestID) {
+              const int little = 4096;
+              ::setsockopt(requestID, SOL_SOCKET, SO_SNDBUF, &little, sizeof little);
+              socket.Close();
+              socket.Accept(requestID);
+            },
+        .DataArrival =
+            [&](auto) {
+              for (int i = 0; i < replies; ++i) socket.SendData(reply);
+            },
+        .Close = [&] { ++closes, socket.Close(); },
+        .Error = [&](auto...) { ADD_FAILURE(); },
+    });
+    ASSERT_FALSE(socket.Listen());
+    loop.Watch(received.Get(), EventLoop::Readable, [&](unsigned) { loop.Quit(); });
+    std::string all;
+    std::thread reader([&] {  // ends its side before it reads
+      const tests::Peer peer = tests::Peer::Tcp(socket.LocalPort());
+      peer.Send("x");
+      ::shutdown(peer.Descriptor(), SHUT_WR);
+      all = peer.ReceiveAll();
+      ::eventfd_write(received.Get(), 1);
+    });
+    loop.Run();
+    reader.join();
+    EXPECT_EQ(closes, 1);
+    EXPECT_EQ(all.size() < reply.size(), replies == 2);
+    EXPECT_TRUE(reply.starts_with(all));
+  }
 }
 
 TEST(Resolver, OnlyConfirmedNamesCount) {
