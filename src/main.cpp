@@ -100,7 +100,9 @@ int Serve(Signals& signals, const Front& front) {
   front.Wire(form, AsEvent(form, [&front](Form1& closing) {
                std::int16_t Cancel = 0;
                QueryUnload(closing, Cancel);
-               if (Cancel == 0) front.Loop.Quit();
+               if (Cancel != 0) return;
+               closing.Link.SetLinkMode(0);  // whoever asked for the end still gets its answer
+               front.Loop.Quit();
              }));
   signals.Watch(front.Loop, {.Close = AsEvent(form, [](Form1& closing) { closing.Window.Close(); }),
                              .Toggle = AsEvent(form, front.ToggleLog)});

@@ -115,7 +115,10 @@ struct FakeFiles : Fake<FileSystem> {
     files.at(open).append(block).append(lineEnd);
     return {};
   }
-  void Close() override { open = Noted(std::string(), "CloseFile"); }
+  std::error_code Close() override {
+    open = Noted(std::string(), "CloseFile");
+    return lost;
+  }
   void MakeExecutable(const std::string& path) override { Note("Execute ", path); }
 
   std::error_code Open(const std::string& kind, const std::string& path) {
@@ -132,6 +135,7 @@ struct FakeFiles : Fake<FileSystem> {
 
   std::map<std::string, std::string> files;
   std::string open;
+  std::error_code lost;  // what a close tells
   std::vector<int> failOpen, failWrite;
 };
 

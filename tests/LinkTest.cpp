@@ -47,6 +47,7 @@ TEST(Link, AdmitsAndDismissesPeers) {
 
 TEST(Link, Lines) {
   Running service;
+  const std::size_t descriptors = service.Descriptors();
   EXPECT_EQ(fs::status(service.Path("run/Quorbin")).permissions(), fs::perms::owner_all);
   EXPECT_EQ(fs::status(service.Path("run/Quorbin/qbstop")).permissions(),
             fs::perms::owner_read | fs::perms::owner_write);
@@ -59,6 +60,15 @@ TEST(Link, Lines) {
       {"execute con " + std::string(4096 - 12, 'x') + "\n", "accepted\n"},
   };
   for (const auto& [lines, answers] : rows) EXPECT_EQ(Ask(service, lines), answers) << lines;
+
+  // Reads when the service has long been through with it.
+  const Peer late = Link(service);
+  std::string questions, answers;
+  for (int i = 0; i < 2000; ++i) questions += "request stopsrv\n", answers += "value con\n";
+  late.Send(questions);
+  ::shutdown(late.Descriptor(), SHUT_WR);
+  EXPECT_TRUE(Eventually([&] { return service.Descriptors() == descriptors; }));
+  EXPECT_EQ(late.ReceiveAll(), answers);
 
   const Peer client = Link(service);
   EXPECT_EQ(client.Talk("execute con whole\nexec"), "accepted\n");
@@ -91,7 +101,8 @@ TEST(Link, AbusiveClientsDelayNobody) {
 }
 
 TEST(Link, StopInTheMiddleOfATransfer) {
-  for (const char* lines : {"execute STOPSRV now\nexecute con x\n", "notify stopsrv\n"}) {
+  for (const char* lines :
+       {"execute STOPSRV now\nexecute con x\n", "notify stopsrv\nexecute con x\n"}) {
     Running service;
     const Peer peer = service.Connect();
     ASSERT_EQ(peer.Talk("$FILE$:a.txt|$DATA$|content"), "+OK");

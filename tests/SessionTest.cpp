@@ -164,6 +164,16 @@ TEST(Order, EffectsOfChunks) {
   }
 }
 
+TEST(Order, BytesThatTheCloseOfTheFileLoses) {
+  World world;
+  world.Connect();
+  world.Talk("$FILE$:a.txt|$DATA$|x");
+  world.files.lost = std::make_error_code(std::errc::io_error);
+  world.Chunk("$EOF$");
+  EXPECT_NE(world.Effects().find("CloseFile; Satz+Error:  5 Input/output error; kdo="),
+            std::string::npos);
+}
+
 TEST(Order, PeerThatGoes) {
   World world;
   world.Connect();

@@ -24,7 +24,6 @@ namespace {
 
 enum ExitStatus { Accepted = 0, Refused = 1, NoService = 2 };
 
-constexpr std::size_t MaxLine = 4096;                      // bytes, without the LF
 constexpr std::size_t MaxAnswer = std::size_t{64} * 1024;  // bytes
 constexpr timeval AnswerTime{5, 0};                        // for each step
 

@@ -72,7 +72,7 @@ struct Options {
   if (reply == Reply::Nak) sentence = "the service has no file open";
   if (reply.starts_with(Reply::BufferOverrun)) sentence = "a buffer arrived longer than announced";
   if (reply.starts_with(Reply::BufferAtEof)) {
-    sentence = "the file is cut short at an end marker in it";
+    sentence = "the file is cut short at an end marker in it, or has changed meanwhile";
   }
   throw Failure{sentence, reply};
 }
@@ -141,6 +141,20 @@ Source OpenSource(const std::string& file) {
   return source;
 }
 
+// The same bytes from a file without a name, whose size is known.
+Source Spool(const Source& source) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), std::fclose);
+  if (!file) throw Failure{SystemText(errno)};
+  std::vector<char> piece(DefaultBuffer);
+  std::int64_t size = 0;
+  while (const std::size_t n = source.Read(piece.data(), piece.size())) {
+    if (std::fwrite(piece.data(), 1, n, file.get()) != n) throw Failure{SystemText(errno)};
+    size += static_cast<std::int64_t>(n);
+  }
+  if (std::fseek(file.get(), 0, SEEK_SET) != 0) throw Failure{SystemText(errno)};  // writes it out
+  return {Descriptor(fcntl(fileno(file.get()), F_DUPFD_CLOEXEC, 0)), size};
+}
+
 // Sends one line as one message. The service ends it with CR LF in the file.
 void SendLine(ServiceConnection& service, std::string_view line, std::size_t number) {
   const auto refuse = [&](const std::string& why) {
@@ -172,6 +186,14 @@ void SendText(ServiceConnection& service, const Source& source, ProgressBar& pro
   progress.Add(pending.size());
 }
 
+// Announces a buffer of that many bytes, its header included.
+std::string Header(std::size_t length) {
+  char header[BufferHeader::Size + 1];
+  std::snprintf(header, sizeof header, "%s%0*zu", BufferHeader::Token.data(),
+                static_cast<int>(BufferHeader::Digits), length);
+  return header;
+}
+
 // Binary content in acknowledged buffers: header, payload, "+OK". The header keeps the end marker
 // away from the front of a buffer; the cut keeps it away from the end, so content that holds the
 // marker is safe as long as the network delivers each buffer in one piece. Where it does not, a
@@ -188,10 +210,7 @@ void SendBuffers(ServiceConnection& service, const Source& source, std::size_t s
     if (length == 0) return;
     held = std::string_view(payload, length).ends_with(Token::Eof) ? 1 : 0;
     length -= held;
-    char header[BufferHeader::Size + 1];
-    std::snprintf(header, sizeof header, "%s%0*zu", BufferHeader::Token.data(),
-                  static_cast<int>(BufferHeader::Digits), BufferHeader::Size + length);
-    std::copy_n(header, BufferHeader::Size, buffer.get());
+    std::ranges::copy(Header(BufferHeader::Size + length), buffer.get());
     Ask(service, {buffer.get(), BufferHeader::Size + length});
     if (held != 0) payload[0] = payload[length];
     progress.Add(length);
@@ -201,8 +220,13 @@ void SendBuffers(ServiceConnection& service, const Source& source, std::size_t s
 // Binary content without acknowledgement, as one stream. Chunks begin and end where the network
 // lets them, and nothing tells the sender what the service made of them: the end marker at a border
 // would end the file, the token of a buffer's header would be taken for one. So content that holds
-// either is refused before the service has seen the whole of it.
+// either is refused before the service has seen the whole of it. One header announces all that
+// comes, the end marker included: the count comes out wherever the marker arrives.
 void SendStream(ServiceConnection& service, const Source& source, ProgressBar& progress) {
+  const std::uint64_t length =
+      BufferHeader::Size + static_cast<std::uint64_t>(*source.size) + Token::Eof.size();
+  if (length > BufferHeader::MaxLength) throw Failure{"too long a stream; leave out --no-version"};
+  service.Send(Header(length));
   std::string window;  // a piece, behind as much of the piece before as may begin a token
   for (;;) {
     const std::size_t kept = std::min(window.size(), BufferHeader::Token.size() - 1);
@@ -234,12 +258,7 @@ void SendFile(const Options& options, const std::string& name, const Source& sou
   } else {
     SendBuffers(service, source, options.buffer, progress);
   }
-  service.Send(Token::Eof);
-  const std::string reply = service.Receive();
-  // Behind a stream the marker may arrive as the end of the last chunk. The file is complete then
-  // too, but no buffer was announced, and the service says that the count does not fit.
-  const bool streamed = options.noVersion && !options.text && reply.starts_with(Reply::BufferAtEof);
-  if (reply != Reply::Ok && !streamed) Refuse(reply);
+  Ask(service, Token::Eof);
   if (!service.ClosesSilently()) {
     throw Failure{"more replies than messages: the network has split a message, check the file"};
   }
@@ -252,7 +271,8 @@ void Deliver(const Options& options, const std::string& file) {
   // The service drops blanks at the end of a value (except of the prefix).
   if (name.ends_with(' ')) throw Failure{"the name ends in a blank; give another with --name"};
   if (options.ext && options.ext->ends_with(' ')) throw Failure{"the extension ends in a blank"};
-  const Source source = OpenSource(file);
+  Source source = OpenSource(file);
+  if (options.noVersion && !options.text && !source.size) source = Spool(source);
   for (const Clock::time_point giveUp = Clock::now() + RefusedFor;;) {
     try {
       return SendFile(options, name, source);
@@ -272,7 +292,8 @@ CR LF at its end is not sent. A blank line goes as one blank. A line that begins
 ends with $EOF$, or is longer than 32768 bytes, fails the file.
 
 --no-version: binary content goes as one stream without acknowledgement. Content
-that holds $EOF$ or $BUFFLEN$ can't be sent so and fails.
+that holds $EOF$ or $BUFFLEN$, or is longer than 2147483623 bytes, can't be sent
+so and fails.
 
 A file called - or [x] is given as ./- or ./[x].
 

@@ -30,12 +30,14 @@ class FileSystem {
   [[nodiscard]] virtual std::error_code OpenForBinary(const std::string& path) = 0;
 
   // Writes all bytes of the block and of the line end behind the last write. After a failure an
-  // unknown part of them stands in the file. Nothing is kept back: a success is in the file.
+  // unknown part of them stands in the file. Nothing is kept back here: a success is in the file as
+  // far as the file system tells.
   [[nodiscard]] virtual std::error_code Write(std::string_view block,
                                               std::string_view lineEnd = {}) = 0;
 
-  // Closes the output file, if one is open.
-  virtual void Close() = 0;
+  // Closes the output file, if one is open. An error tells that written bytes are lost: the file
+  // systems of a network find out only here that the disk is full.
+  virtual std::error_code Close() = 0;
 
   // Lets the owner run the file; a failure has no effect.
   virtual void MakeExecutable(const std::string& path) = 0;

@@ -22,6 +22,8 @@ class Fd {
 
   int Get() const { return descriptor_; }
   explicit operator bool() const { return descriptor_ >= 0; }
+  // The descriptor is the caller's from here on.
+  int Release() { return std::exchange(descriptor_, -1); }
   void Reset(int descriptor = -1) {
     if (descriptor_ >= 0) ::close(descriptor_);
     descriptor_ = descriptor;

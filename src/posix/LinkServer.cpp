@@ -166,22 +166,26 @@ void LinkServer::ClientReady(ClientPlace client) {
 // Carries out the whole lines that have come. False if the client is to be dropped.
 bool LinkServer::ServeLines(ClientPlace client) {
   std::string& received = client->Received;
+  // Sent in one piece: the system keeps few small ones for a client that reads later.
+  std::string answers;
   std::size_t start = 0;
-  while (listener_) {
+  bool tooLong = false;
+  while (listener_ && !tooLong) {
     const std::size_t lineEnd = received.find('\n', start);
     const std::size_t length = (lineEnd == received.npos ? received.size() : lineEnd) - start;
-    const bool tooLong = length > MaxLine;
+    tooLong = length > MaxLine;
     if (lineEnd == received.npos && !tooLong) break;
     served_ = &*client;
-    const std::string answer =
+    answers +=
         tooLong ? std::string(Refused) : Answer(std::string_view(received).substr(start, length));
+    answers += '\n';
     served_ = nullptr;
-    const auto result = client->Answers.Send(client->Connection.Get(), answer + '\n');
-    if (result == SendQueue::Result::Failed || tooLong) return false;
     start = lineEnd + 1;
   }
   received.erase(0, start);
-  return static_cast<bool>(listener_);  // else a line has withdrawn the topic
+  const auto result = client->Answers.Send(client->Connection.Get(), answers);
+  // Without a listener a line has withdrawn the topic.
+  return result != SendQueue::Result::Failed && !tooLong && listener_;
 }
 
 std::string LinkServer::Answer(std::string_view line) {

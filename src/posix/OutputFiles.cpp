@@ -108,6 +108,11 @@ std::error_code OutputFiles::Write(std::string_view block, std::string_view line
   return {};
 }
 
+std::error_code OutputFiles::Close() {
+  const int file = file_.Release();
+  return file >= 0 && ::close(file) != 0 ? LastError() : std::error_code();
+}
+
 void OutputFiles::MakeExecutable(const std::string& path) {
   const Fd file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (file) ::fchmod(file.Get(), OwnerOnly | S_IXUSR);

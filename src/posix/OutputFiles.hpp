@@ -16,7 +16,7 @@ class OutputFiles : public FileSystem {
   [[nodiscard]] std::error_code OpenForOutput(const std::string& path) override;
   [[nodiscard]] std::error_code OpenForBinary(const std::string& path) override;
   [[nodiscard]] std::error_code Write(std::string_view block, std::string_view lineEnd) override;
-  void Close() override { file_.Reset(); }
+  std::error_code Close() override;
   void MakeExecutable(const std::string& path) override;
 
  private:

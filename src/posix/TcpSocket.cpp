@@ -192,7 +192,9 @@ void TcpSocket::ConnectionReady(unsigned readiness) {
   if ((readiness & EventLoop::Writable) != 0 && !replies_.Empty()) {
     switch (replies_.Flush(connection_.Get())) {
       case SendQueue::Result::Failed:
-        events_.Close();
+        sendFailed_ = true;
+        if ((readiness & EventLoop::Readable) != 0) ReceiveWaiting();  // what came before the end
+        if (state_ == SocketState::Connected) events_.Close();
         return;
       case SendQueue::Result::Sent:
         WatchConnection();

@@ -114,7 +114,7 @@ bool QtLoop::DispatchOne() {
 }
 
 void QtLoop::RunDeferred() {
-  while (!deferred_.empty()) {
+  while (!deferred_.empty() && !quit_) {
     const std::vector<std::function<void()>> tasks = std::exchange(deferred_, {});
     for (const std::function<void()>& task : tasks) task();
   }

@@ -95,8 +95,9 @@ void EndOfData(Form1& form, std::string_view reply, std::string_view aktion) {
   form.Winsock1.Close();
   form.FControl.Write(Field::aktion, aktion);
   if (form.Session.FileIsOpen) {
-    form.Files.Close();
+    const std::error_code error = form.Files.Close();
     form.Session.FileIsOpen = false;
+    if (error) LogError(form, error.value(), error.message());
     StartViewer(form);
   }
   Listen(form);
