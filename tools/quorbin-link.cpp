@@ -132,7 +132,7 @@ int main(int argc, char** argv) try {
   app.footer(R"(Exit status: 0 accepted, 1 refused, 2 no service; above that for wrong usage.
 
 Examples:
-  quorbin-link execute "con 10.0.0.7"    admit a host (host mode 3)
+  quorbin-link execute "con 10.0.0.7"    admit a host (Control=1)
   quorbin-link execute "dis 10.0.0.7"    dismiss it
   quorbin-link execute stopsrv           stop the service
   quorbin-link request stopsrv           show the last command)");
