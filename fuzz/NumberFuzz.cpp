@@ -1,7 +1,6 @@
 // Numbers out of settings values.
 
 #include <cmath>
-#include <limits>
 
 #include "Configuration.hpp"
 #include "Require.hpp"

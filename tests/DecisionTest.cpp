@@ -193,6 +193,7 @@ TEST(LinkExecute, CommandTable) {
   EXPECT_TRUE(CheckHost(world.form, "10.0.0.7"));  // its second entry
   EXPECT_TRUE(CheckHost(world.form, "10.0.0.8"));  // blanks round an entry don't count
   EXPECT_FALSE(CheckHost(world.form, "pca"));
+  EXPECT_FALSE(CheckHost(world.form, ""));  // neither a free slot nor the entry of a blank
 
   for (int free = 29; free > 0; --free) EXPECT_EQ(run("con x"), "+con");
   EXPECT_EQ(run("con y"), "-con");  // the 34th entry

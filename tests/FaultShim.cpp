@@ -75,8 +75,6 @@ FAULTY(recv, true, -1, ssize_t, (int peer, void* to, size_t count, int flags),
 FAULTY(send, peer > STDERR_FILENO, -1, ssize_t,
        (int peer, const void* from, size_t count, int flags),
        (peer, from, Cut(fault, count), flags))
-FAULTY(write, file > STDERR_FILENO, -1, ssize_t, (int file, const void* from, size_t count),
-       (file, from, Cut(fault, count)))
 // These two give the error itself back; that of getnameinfo is its own, below 0.
 FAULTY(posix_spawnp, true, fault, int,
        (pid_t * task, const char* file, const posix_spawn_file_actions_t* actions,

@@ -34,6 +34,9 @@ TEST(Conversation, ControlMessages) {
     EXPECT_EQ(world.Text(shown), text) << chunks;
   }
   EXPECT_EQ(world.form.Session.FileName, "y.bad");
+  const std::string version = "$VERSION$:" + std::string(100000, 'x');
+  for (int i = 0; i < 30; ++i) EXPECT_EQ(world.Chunk(version), "+OK1.1.03");
+  EXPECT_LT(world.Text(Field::partner).size(), 200000U);  // it has an end somewhere
   CheckLog_Click(world.form, true);
   world.Chunk("nonsense  \x15");
   EXPECT_EQ(world.Text(Field::Satz), "nonsense\r\n");

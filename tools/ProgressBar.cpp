@@ -26,7 +26,7 @@ std::string Amount(double bytes) {
 
 }  // namespace
 
-std::string Printable(std::string_view text) {
+std::string ForTerminal(std::string_view text) {
   std::string out;
   std::mbstate_t state{};
   while (!text.empty()) {
@@ -49,7 +49,7 @@ std::string Printable(std::string_view text) {
 
 ProgressBar::ProgressBar(std::string_view name, std::optional<std::int64_t> size)
     : shown_(isatty(STDERR_FILENO) == 1), size_(size) {
-  if (shown_) std::cerr << Printable(name) << '\n';
+  if (shown_) std::cerr << ForTerminal(name) << '\n';
 }
 
 ProgressBar::~ProgressBar() {

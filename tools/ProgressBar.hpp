@@ -12,7 +12,7 @@
 namespace quorbin {
 
 // The text with every byte that the user's character set (LC_CTYPE) can't print as \xHH.
-std::string Printable(std::string_view text);
+std::string ForTerminal(std::string_view text);
 
 // One file's progress on standard error; silent unless that is a terminal. The last state stays.
 class ProgressBar {

@@ -11,6 +11,9 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <system_error>
+
+#include "LastError.hpp"
 
 namespace quorbin {
 namespace {
@@ -39,29 +42,28 @@ ServiceConnection::ServiceConnection(const std::string& host, int port, int time
   }
   if (reason == ECONNREFUSED || reason == EINTR) throw NotServing();
   if (reason == EINPROGRESS) reason = ETIMEDOUT;
-  throw Failure{"no connection to " + host + ": " + SystemText(reason)};
+  throw Failure{"no connection to " + host + ": " + std::generic_category().message(reason)};
 }
 
 bool ServiceConnection::Connect(const addrinfo& address) {
-  socket_ = Descriptor(
-      socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
-  if (socket_.number < 0) return false;
+  socket_.Reset(socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
+  if (!socket_) return false;
   LimitTime(timeout_);
   const int on = 1;  // a message leaves at once, whatever is still under way
-  setsockopt(socket_.number, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  return connect(socket_.number, address.ai_addr, address.ai_addrlen) == 0;
+  setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return connect(socket_.Get(), address.ai_addr, address.ai_addrlen) == 0;
 }
 
 // Bounds connect, send and receive; past it they fail with EINPROGRESS or EAGAIN.
 void ServiceConnection::LimitTime(int seconds) const {
   const timeval limit{seconds, 0};
-  setsockopt(socket_.number, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  setsockopt(socket_.number, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
 void ServiceConnection::Send(std::string_view bytes) {
   while (!bytes.empty()) {
-    const ssize_t n = send(socket_.number, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const ssize_t n = send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (n >= 0) {
       bytes.remove_prefix(static_cast<std::size_t>(n));
       continue;
@@ -71,7 +73,7 @@ void ServiceConnection::Send(std::string_view bytes) {
       throw Failure{"the service took no data for " + std::to_string(timeout_) + " s"};
     }
     if (!heard_) throw NotServing();
-    const std::string lost = "the connection is lost: " + SystemText(errno);
+    const std::string lost = "the connection is lost: " + LastError().message();
     if (Spoke()) throw Failure{"the service ended the transfer early", Receive()};
     throw Failure{lost};
   }
@@ -80,13 +82,13 @@ void ServiceConnection::Send(std::string_view bytes) {
 std::string ServiceConnection::Receive() {
   std::array<char, 512> reply{};
   ssize_t n = 0;
-  do n = recv(socket_.number, reply.data(), reply.size(), 0);
+  do n = recv(socket_.Get(), reply.data(), reply.size(), 0);
   while (n < 0 && errno == EINTR);
   if (n < 0 && errno == EAGAIN) {
     throw Failure{"no reply from the service within " + std::to_string(timeout_) + " s"};
   }
   if (n < 0 && !heard_) throw NotServing();
-  if (n < 0) throw Failure{"the connection is lost: " + SystemText(errno)};
+  if (n < 0) throw Failure{"the connection is lost: " + LastError().message()};
   if (n == 0 && !heard_) {
     throw Failure{
         "the host is not allowed to connect (the service closed the connection without a reply)"};
@@ -97,14 +99,14 @@ std::string ServiceConnection::Receive() {
 }
 
 bool ServiceConnection::Spoke() const {
-  pollfd waiting{socket_.number, POLLIN, 0};
+  pollfd waiting{socket_.Get(), POLLIN, 0};
   return poll(&waiting, 1, 0) > 0;
 }
 
 void ServiceConnection::Flush() const {
   const int none = 1;  // bytes; the socket counts as writable with fewer than these unsent
-  setsockopt(socket_.number, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &none, sizeof none);
-  pollfd waiting{socket_.number, POLLOUT, 0};
+  setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &none, sizeof none);
+  pollfd waiting{socket_.Get(), POLLOUT, 0};
   while (poll(&waiting, 1, timeout_ * 1000) < 0 && errno == EINTR) {
   }
 }
@@ -112,7 +114,7 @@ void ServiceConnection::Flush() const {
 bool ServiceConnection::ClosesSilently() {
   LimitTime(CloseSeconds);
   char more = 0;
-  return recv(socket_.number, &more, 1, 0) <= 0;
+  return recv(socket_.Get(), &more, 1, 0) <= 0;
 }
 
 }  // namespace quorbin

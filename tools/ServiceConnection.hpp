@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "Descriptor.hpp"
+#include "Fd.hpp"
 
 struct addrinfo;
 
@@ -42,7 +42,7 @@ class ServiceConnection {
   void LimitTime(int seconds) const;
   bool Spoke() const;  // a reply, or the close, is there to be received
 
-  Descriptor socket_{-1};
+  Fd socket_;
   int timeout_;
   bool heard_ = false;  // a reply has come
 };

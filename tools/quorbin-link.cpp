@@ -3,20 +3,20 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
 
-#include "Descriptor.hpp"
+#include "Fd.hpp"
+#include "LastError.hpp"
+#include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
 
 namespace quorbin {
@@ -37,12 +37,6 @@ int NotRunning(const std::string& directory, const std::string& why) {
                                  std::string(LinkProtocol::SocketName) + ": " + why);
 }
 
-std::string RunTimeDirectory(const std::string& program) {
-  const char* const base = std::getenv("XDG_RUNTIME_DIR");
-  if (base != nullptr && *base != '\0') return std::string(base) + "/" + program;
-  return "/tmp/" + program + "-" + std::to_string(geteuid());
-}
-
 // Prints the answer and returns the exit status.
 int Report(const std::string& answer) {
   if (answer.starts_with(LinkProtocol::Value)) {
@@ -59,40 +53,35 @@ int Report(const std::string& answer) {
 // Sends the line and returns the exit status.
 int Ask(const std::string& line, const std::string& program) {
   const std::string directory = RunTimeDirectory(program);
-  const Descriptor folder(open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const Fd folder(open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
-  if (folder.number < 0 || fstat(folder.number, &status) != 0) {
-    return NotRunning(directory, SystemText(errno));
+  if (folder.Get() < 0 || fstat(folder.Get(), &status) != 0) {
+    return NotRunning(directory, LastError().message());
   }
   if (status.st_uid != geteuid()) return NotRunning(directory, "the directory is another user's");
 
-  // By way of the open directory: its path may be too long for a socket address, and nobody can
-  // put another directory in its place.
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.number,
-                LinkProtocol::SocketName.data());
-  const Descriptor channel(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  setsockopt(channel.number, SOL_SOCKET, SO_SNDTIMEO, &AnswerTime, sizeof AnswerTime);
-  setsockopt(channel.number, SOL_SOCKET, SO_RCVTIMEO, &AnswerTime, sizeof AnswerTime);
+  const sockaddr_un address = LinkAddress(folder.Get());
+  const Fd channel(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  setsockopt(channel.Get(), SOL_SOCKET, SO_SNDTIMEO, &AnswerTime, sizeof AnswerTime);
+  setsockopt(channel.Get(), SOL_SOCKET, SO_RCVTIMEO, &AnswerTime, sizeof AnswerTime);
   ucred peer{};
   socklen_t size = sizeof peer;
-  if (connect(channel.number, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      getsockopt(channel.number, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
-    return NotRunning(directory, SystemText(errno));
+  if (connect(channel.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      getsockopt(channel.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    return NotRunning(directory, LastError().message());
   }
   if (peer.uid != geteuid()) return NotRunning(directory, "the service is another user's");
 
   const std::string bytes = line + '\n';
   // A fresh socket takes 4 KiB at once.
-  if (send(channel.number, bytes.data(), bytes.size(), MSG_NOSIGNAL) !=
+  if (send(channel.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) !=
       static_cast<ssize_t>(bytes.size())) {
     return NotRunning(directory, "it takes no command");
   }
   std::string answer;
   std::array<char, 4096> piece{};
   for (;;) {
-    const ssize_t n = recv(channel.number, piece.data(), piece.size(), 0);
+    const ssize_t n = recv(channel.Get(), piece.data(), piece.size(), 0);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0 && errno == EAGAIN) return NotRunning(directory, "it does not answer");
     if (n <= 0) return NotRunning(directory, "it closed the channel without an answer");

@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "LastError.hpp"
 #include "ProgressBar.hpp"
 #include "Protocol.hpp"
 #include "ServiceConnection.hpp"
@@ -114,29 +115,29 @@ void SendHead(ServiceConnection& service, const Options& options, const std::str
 
 // A file to send, or standard input.
 struct Source {
-  Descriptor fd;
+  Fd fd;
   std::optional<std::int64_t> size;  // bytes; nothing for what is no regular file
 
   // Returns the number of bytes read, 0 at the end.
   std::size_t Read(char* bytes, std::size_t limit) const {
     ssize_t n = 0;
-    do n = read(fd.number, bytes, limit);
+    do n = read(fd.Get(), bytes, limit);
     while (n < 0 && errno == EINTR);
-    if (n < 0) throw Failure{"read error: " + SystemText(errno)};
+    if (n < 0) throw Failure{"read error: " + LastError().message()};
     return static_cast<std::size_t>(n);
   }
 };
 
 Source OpenSource(const std::string& file) {
-  Source source{Descriptor(file == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                                       : open(file.c_str(), O_RDONLY | O_CLOEXEC)),
+  Source source{Fd(file == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                               : open(file.c_str(), O_RDONLY | O_CLOEXEC)),
                 std::nullopt};
   struct stat status {};
-  if (source.fd.number < 0 || fstat(source.fd.number, &status) != 0)
-    throw Failure{SystemText(errno)};
-  if (S_ISDIR(status.st_mode)) throw Failure{SystemText(EISDIR)};
+  if (!source.fd || fstat(source.fd.Get(), &status) != 0) throw Failure{LastError().message()};
+  if (S_ISDIR(status.st_mode))
+    throw Failure{std::make_error_code(std::errc::is_a_directory).message()};
   if (S_ISREG(status.st_mode)) {
-    source.size = status.st_size - std::max<off_t>(0, lseek(source.fd.number, 0, SEEK_CUR));
+    source.size = status.st_size - std::max<off_t>(0, lseek(source.fd.Get(), 0, SEEK_CUR));
   }
   return source;
 }
@@ -144,15 +145,16 @@ Source OpenSource(const std::string& file) {
 // The same bytes from a file without a name, whose size is known.
 Source Spool(const Source& source) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), std::fclose);
-  if (!file) throw Failure{SystemText(errno)};
+  if (!file) throw Failure{LastError().message()};
   std::vector<char> piece(DefaultBuffer);
   std::int64_t size = 0;
   while (const std::size_t n = source.Read(piece.data(), piece.size())) {
-    if (std::fwrite(piece.data(), 1, n, file.get()) != n) throw Failure{SystemText(errno)};
+    if (std::fwrite(piece.data(), 1, n, file.get()) != n) throw Failure{LastError().message()};
     size += static_cast<std::int64_t>(n);
   }
-  if (std::fseek(file.get(), 0, SEEK_SET) != 0) throw Failure{SystemText(errno)};  // writes it out
-  return {Descriptor(fcntl(fileno(file.get()), F_DUPFD_CLOEXEC, 0)), size};
+  if (std::fseek(file.get(), 0, SEEK_SET) != 0)
+    throw Failure{LastError().message()};  // writes it out
+  return {Fd(fcntl(fileno(file.get()), F_DUPFD_CLOEXEC, 0)), size};
 }
 
 // Sends one line as one message. The service ends it with CR LF in the file.
@@ -353,12 +355,12 @@ int main(int argc, char** argv) try {
     try {
       Deliver(options, file);
     } catch (const Failure& failure) {
-      std::cerr << "quorbin-send: " << Printable(file) << ": " << failure.sentence;
-      if (!failure.reply.empty()) std::cerr << " (reply \"" << Printable(failure.reply) << "\")";
+      std::cerr << "quorbin-send: " << ForTerminal(file) << ": " << failure.sentence;
+      if (!failure.reply.empty()) std::cerr << " (reply \"" << ForTerminal(failure.reply) << "\")";
       std::cerr << '\n';
       status = 1;
     } catch (const std::bad_alloc&) {
-      std::cerr << "quorbin-send: " << Printable(file) << ": not enough memory for the buffer\n";
+      std::cerr << "quorbin-send: " << ForTerminal(file) << ": not enough memory for the buffer\n";
       status = 1;
     }
   }

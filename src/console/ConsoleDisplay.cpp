@@ -1,7 +1,5 @@
 #include "ConsoleDisplay.hpp"
 
-#include <algorithm>
-
 #include "Printable.hpp"
 
 namespace quorbin {

@@ -3,15 +3,14 @@
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <array>
 #include <memory>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "ExecLine.hpp"
+#include "Fd.hpp"
 
 namespace quorbin {
 
@@ -33,13 +32,9 @@ std::string Taken(char* text) {
 // The library ends the program when it finds no descriptor for its thread, so it is only asked
 // while there are as many to spare as it takes.
 bool HasDescriptors() {
-  std::array<int, 8> spare{};
-  for (int& descriptor : spare) descriptor = eventfd(0, EFD_CLOEXEC);
-  const bool enough = spare.back() >= 0;
-  for (const int descriptor : spare) {
-    if (descriptor >= 0) close(descriptor);
-  }
-  return enough;
+  std::array<Fd, 8> spare;
+  for (Fd& descriptor : spare) descriptor.Reset(eventfd(0, EFD_CLOEXEC));
+  return static_cast<bool>(spare.back());
 }
 
 std::string TypeOf(const std::string& extension) {

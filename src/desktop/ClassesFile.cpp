@@ -1,12 +1,8 @@
 #include "ClassesFile.hpp"
 
-#include <fcntl.h>
 #include <glib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -17,21 +13,6 @@ namespace {
 
 constexpr std::string_view Root = "HKEY_CLASSES_ROOT";
 constexpr std::string_view WideHeader = "Windows Registry Editor Version 5.00";
-constexpr off_t LongestFile = off_t{64} << 20U;  // bytes
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  int Number() const { return number_; }
-
- private:
-  int number_;
-};
 
 std::string_view StripLine(std::string_view text) {
   constexpr std::string_view Blanks = " \t\r";
@@ -208,27 +189,6 @@ std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view k
     }
   }
   return found;
-}
-
-std::optional<std::string> ReadClassesFile(const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat state = {};
-  if (file.Number() < 0 || fstat(file.Number(), &state) != 0 || !S_ISREG(state.st_mode) ||
-      state.st_size > LongestFile) {
-    return std::nullopt;
-  }
-  // One byte more than the file has: a full buffer means that it grew meanwhile.
-  std::string bytes(static_cast<std::size_t>(state.st_size) + 1, '\0');
-  std::size_t length = 0;
-  while (length < bytes.size()) {
-    const ssize_t count = read(file.Number(), bytes.data() + length, bytes.size() - length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
-    if (count == 0) break;
-    length += static_cast<std::size_t>(count);
-  }
-  bytes.resize(std::min(length, static_cast<std::size_t>(state.st_size)));
-  return bytes;
 }
 
 }  // namespace quorbin

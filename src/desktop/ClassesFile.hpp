@@ -18,8 +18,4 @@ bool EqualsNoCase(std::string_view one, std::string_view other);
 std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view keyPath,
                                   std::string_view valueName);
 
-// All bytes of a plain file. Nothing if it is missing, can't be read, is no plain file or is longer
-// than 64 MiB, more than a full export of a whole computer has. Never waits for a FIFO or device.
-std::optional<std::string> ReadClassesFile(const std::string& path);
-
 }  // namespace quorbin

@@ -7,10 +7,14 @@
 
 #include "Associations.hpp"
 #include "ClassesFile.hpp"
+#include "ReadFile.hpp"
 
 namespace quorbin {
 
 namespace {
+
+// Bytes; more than a full export of a whole computer has.
+constexpr off_t LongestClassesFile = off_t{64} << 20U;
 
 constexpr std::string_view CommandKey = "\\shell\\open\\command";
 
@@ -47,7 +51,7 @@ std::optional<RegValue> DesktopRegistry::QueryValue(std::uint32_t RootKey,
                                                     const std::string& ValueName) {
   if (RootKey != HKEY_CLASSES_ROOT) return std::nullopt;
   for (const std::string& path : classesFiles_) {
-    const std::optional<std::string> bytes = ReadClassesFile(path);
+    const std::optional<std::string> bytes = ReadFile(path, LongestClassesFile);
     if (!bytes) continue;
     if (std::optional<RegValue> value = FindValue(*bytes, KeyPath, ValueName)) return value;
   }

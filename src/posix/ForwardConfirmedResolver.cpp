@@ -9,7 +9,6 @@
 #include <array>
 #include <cstring>
 #include <memory>
-#include <string_view>
 
 namespace quorbin {
 

@@ -7,10 +7,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <system_error>
 
 #include "LastError.hpp"
+#include "LinkPlace.hpp"
 
 namespace quorbin {
 
@@ -34,10 +34,7 @@ std::error_code OpenPrivate(const std::string& path, Fd& directory) {
 }  // namespace
 
 InstanceDir::InstanceDir(const std::string& programName) {
-  const char* runtimeDir = std::getenv("XDG_RUNTIME_DIR");
-  const std::string path = runtimeDir != nullptr && *runtimeDir != '\0'
-                               ? std::string(runtimeDir) + "/" + programName
-                               : "/tmp/" + programName + "-" + std::to_string(::getuid());
+  const std::string path = RunTimeDirectory(programName);
   if (const std::error_code error = OpenPrivate(path, directory_)) {
     std::fprintf(stderr, "Quorbin: no run-time directory %s, so no link channel: %s\n",
                  path.c_str(), error.message().c_str());

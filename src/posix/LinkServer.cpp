@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <fcntl.h>
@@ -15,6 +14,7 @@
 #include <system_error>
 
 #include "LastError.hpp"
+#include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
 
 namespace quorbin {
@@ -24,16 +24,6 @@ using namespace LinkProtocol;
 namespace {
 
 constexpr int Backlog = 16;
-
-// The socket's address through the open directory: no limit of length, and no other directory can
-// take its place.
-sockaddr_un AddressIn(int directory) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
-                SocketName.data());
-  return address;
-}
 
 Fd UnixSocket() { return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)); }
 
@@ -66,7 +56,7 @@ void RemoveStale(int directory, const sockaddr_un& address) {
 }
 
 std::error_code Open(int directory, Fd& listener) {
-  const sockaddr_un address = AddressIn(directory);
+  const sockaddr_un address = LinkAddress(directory);
   RemoveStale(directory, address);
   Fd opened = UnixSocket();
   if (!opened) return LastError();

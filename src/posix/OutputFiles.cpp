@@ -93,8 +93,7 @@ std::error_code OutputFiles::Write(std::string_view block, std::string_view line
     // writev only reads from the parts.
     std::array<iovec, 2> parts = {{{const_cast<char*>(block.data()), block.size()},
                                    {const_cast<char*>(lineEnd.data()), lineEnd.size()}}};
-    const ssize_t written = lineEnd.empty() ? ::write(file_.Get(), block.data(), block.size())
-                                            : ::writev(file_.Get(), parts.data(), parts.size());
+    const ssize_t written = ::writev(file_.Get(), parts.data(), parts.size());
     if (written < 0) {
       if (errno == EINTR) continue;
       return LastError();

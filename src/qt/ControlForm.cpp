@@ -2,7 +2,6 @@
 
 #include <QCloseEvent>
 #include <QLabel>
-#include <QScrollBar>
 #include <QTextBlock>
 #include <utility>
 

@@ -45,7 +45,7 @@ ssize_t ReadByte(int socket, char* byte) {
 DisplayProbe::DisplayProbe() {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
-  socket_ = ends[0];
+  socket_.Reset(ends[0]);
   child_ = fork();
   if (child_ == 0) {
     close(ends[0]);
@@ -53,11 +53,11 @@ DisplayProbe::DisplayProbe() {
   }
   close(ends[1]);
   char byte = 0;
-  opened_ = child_ > 0 && ReadByte(socket_, &byte) == 1;
+  opened_ = child_ > 0 && ReadByte(socket_.Get(), &byte) == 1;
 }
 
 DisplayProbe::~DisplayProbe() {
-  if (socket_ >= 0) close(socket_);
+  socket_.Reset();
   if (child_ <= 0) return;
   while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
   }

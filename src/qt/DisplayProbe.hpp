@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Fd.hpp"
+
 namespace quorbin {
 
 // Tries in a child process whether the toolkit can open its display: where it can't, it aborts.
@@ -15,7 +17,7 @@ class DisplayProbe {
 
  private:
   int child_ = -1;
-  int socket_ = -1;
+  Fd socket_;
   bool opened_ = false;
 };
 

@@ -1,7 +1,6 @@
 #include "QtLoop.hpp"
 
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -32,15 +31,10 @@ std::uint32_t PollMask(unsigned readiness) {
 }  // namespace
 
 QtLoop::QtLoop() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-  if (epoll_ < 0) throw std::system_error(errno, std::generic_category(), "epoll_create1");
-  notifier_ = std::make_unique<QSocketNotifier>(epoll_, QSocketNotifier::Read);
+  if (!epoll_) throw std::system_error(errno, std::generic_category(), "epoll_create1");
+  notifier_ = std::make_unique<QSocketNotifier>(epoll_.Get(), QSocketNotifier::Read);
   notifier_->setEnabled(false);
   QObject::connect(notifier_.get(), &QSocketNotifier::activated, [this] { DispatchReady(); });
-}
-
-QtLoop::~QtLoop() {
-  notifier_.reset();
-  close(epoll_);
 }
 
 void QtLoop::Watch(int descriptor, unsigned readiness, std::function<void(unsigned)> ready) {
@@ -48,7 +42,7 @@ void QtLoop::Watch(int descriptor, unsigned readiness, std::function<void(unsign
   interest.events = PollMask(readiness);
   interest.data.fd = descriptor;
   const int operation = watchers_.contains(descriptor) ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-  if (epoll_ctl(epoll_, operation, descriptor, &interest) != 0) {
+  if (epoll_ctl(epoll_.Get(), operation, descriptor, &interest) != 0) {
     std::fprintf(stderr, "Quorbin: can't watch descriptor %d: %s\n", descriptor,
                  std::strerror(errno));
     return;
@@ -57,7 +51,7 @@ void QtLoop::Watch(int descriptor, unsigned readiness, std::function<void(unsign
 }
 
 void QtLoop::Unwatch(int descriptor) {
-  if (watchers_.erase(descriptor) != 0) epoll_ctl(epoll_, EPOLL_CTL_DEL, descriptor, nullptr);
+  if (watchers_.erase(descriptor) != 0) epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
 // All of the program runs within Dispatch or before Run, and both see to the tasks.
@@ -101,7 +95,7 @@ void QtLoop::DispatchReady() {
 // One event at a time, so that what a callback unwatches is never called on an old report.
 bool QtLoop::DispatchOne() {
   epoll_event event{};
-  if (epoll_wait(epoll_, &event, 1, NextEventMilliseconds) != 1) return false;
+  if (epoll_wait(epoll_.Get(), &event, 1, NextEventMilliseconds) != 1) return false;
   const auto found = watchers_.find(event.data.fd);
   if (found == watchers_.end()) return true;
   const std::shared_ptr<Watcher> watcher = found->second;  // kept while it runs

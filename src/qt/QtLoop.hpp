@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "EventLoop.hpp"
+#include "Fd.hpp"
 
 namespace quorbin {
 
@@ -17,7 +18,6 @@ class QtLoop final : public EventLoop {
  public:
   // Throws std::system_error if the system gives no descriptor.
   QtLoop();
-  ~QtLoop() override;
 
   void Watch(int descriptor, unsigned readiness, std::function<void(unsigned)> ready) override;
   void Unwatch(int descriptor) override;
@@ -38,7 +38,7 @@ class QtLoop final : public EventLoop {
   bool DispatchOne();
   void RunDeferred();
 
-  int epoll_;
+  Fd epoll_;  // outlives its notifier
   std::unique_ptr<QSocketNotifier> notifier_;
   std::map<int, std::shared_ptr<Watcher>> watchers_;
   std::vector<std::function<void()>> deferred_;

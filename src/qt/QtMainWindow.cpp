@@ -44,12 +44,9 @@ QtMainWindow::QtMainWindow(const WindowEvents& events, EventLoop& loop)
                    RaiseResize();
                  },
              .Closed = [this] { Close(); }}) {
-  QObject::connect(form_.Command1, &QPushButton::clicked, [this] {
-    if (events_.Command1Click) events_.Command1Click();
-  });
-  QObject::connect(form_.CommandParam, &QPushButton::clicked, [this] {
-    if (events_.CommandParamClick) events_.CommandParamClick();
-  });
+  QObject::connect(form_.Command1, &QPushButton::clicked, [this] { events_.Command1Click(); });
+  QObject::connect(form_.CommandParam, &QPushButton::clicked,
+                   [this] { events_.CommandParamClick(); });
 }
 
 void QtMainWindow::SetWindowState(FormState state) {
@@ -144,8 +141,7 @@ QLabel& QtMainWindow::Control(FormControl control) const {
 }
 
 void QtMainWindow::RaiseMouseDown(QMouseEvent& event) {
-  if (events_.MouseDown)
-    events_.MouseDown(ButtonNumber(event.button()), ShiftMask(event.modifiers()));
+  events_.MouseDown(ButtonNumber(event.button()), ShiftMask(event.modifiers()));
 }
 
 void QtMainWindow::RaiseResize() {

@@ -63,13 +63,9 @@ void QtStatusDisplay::RefreshSatz() {
 
 void QtStatusDisplay::Show() {
   if (!form_) {
-    form_ =
-        std::make_unique<ControlForm>(ControlForm::Actions{.CheckLogClick =
-                                                               [this](bool ticked) {
-                                                                 if (events_.CheckLogClick)
-                                                                   events_.CheckLogClick(ticked);
-                                                               },
-                                                           .Closed = [this] { Forget(); }});
+    form_ = std::make_unique<ControlForm>(ControlForm::Actions{
+        .CheckLogClick = [this](bool ticked) { events_.CheckLogClick(ticked); },
+        .Closed = [this] { Forget(); }});
   }
   form_->setWindowState(form_->windowState() & ~Qt::WindowMinimized);
   form_->show();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -12,16 +13,18 @@
 
 namespace quorbin {
 
-// The bytes of a plain file; no bytes where there is none that we may read. Nothing if a reading
-// fails that may succeed the next time, for want of a descriptor say.
-inline std::optional<std::string> ReadFile(const std::string& path) {
-  const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+// The bytes of a plain file; no bytes where there is none that we may read, or one that is longer.
+// Nothing if a reading fails that may succeed the next time, for want of a descriptor say. Never
+// waits for a FIFO or device.
+inline std::optional<std::string> ReadFile(const std::string& path,
+                                           off_t longest = std::numeric_limits<off_t>::max()) {
+  const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!file && errno != EMFILE && errno != ENFILE && errno != ENOMEM && errno != EINTR) {
     return std::string();
   }
   struct stat status {};
   if (!file || ::fstat(file.Get(), &status) != 0) return {};
-  if (!S_ISREG(status.st_mode)) return std::string();
+  if (!S_ISREG(status.st_mode) || status.st_size > longest) return std::string();
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
   std::size_t length = 0;
   while (length < bytes.size()) {

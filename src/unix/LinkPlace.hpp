@@ -1,0 +1,35 @@
+#pragma once
+
+// Where the service and its client meet.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "LinkProtocol.hpp"
+
+namespace quorbin {
+
+// The run-time directory: <program name> in $XDG_RUNTIME_DIR, or /tmp/<program name>-<uid> without
+// that variable.
+inline std::string RunTimeDirectory(const std::string& programName) {
+  const char* const base = std::getenv("XDG_RUNTIME_DIR");
+  if (base != nullptr && *base != '\0') return std::string(base) + "/" + programName;
+  return "/tmp/" + programName + "-" + std::to_string(::geteuid());
+}
+
+// The link channel's socket by way of the open directory, whose path may be too long for a socket's
+// address. Nobody can put another directory in its place.
+inline sockaddr_un LinkAddress(int directory) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
+                LinkProtocol::SocketName.data());
+  return address;
+}
+
+}  // namespace quorbin
