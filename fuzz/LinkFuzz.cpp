@@ -2,11 +2,10 @@
 // pieces it comes in. However it is cut, the answers are those to the whole lines.
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
-#include <cstring>
 #include <vector>
 
+#include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
 #include "LinkServer.hpp"
 #include "PollLoop.hpp"
@@ -49,8 +48,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(made->Claim(), "the place of the instance");
     return made;
   }();
-  static const std::string address =
-      "/proc/self/fd/" + std::to_string(directory->Descriptor()) + "/qbstop";
 
   std::vector<std::string> pieces(1);
   std::string lines;
@@ -78,10 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   server.SetLinkMode(1);
 
   const Fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un place = {AF_UNIX, {}};
-  std::memcpy(place.sun_path, address.c_str(), address.size() + 1);
-  fuzz::Require(::connect(client.Get(), reinterpret_cast<sockaddr*>(&place), sizeof place) == 0,
-                "the topic is published");
+  const sockaddr_un place = LinkAddress(directory->Descriptor());
+  const auto* general = reinterpret_cast<const sockaddr*>(&place);
+  fuzz::Require(::connect(client.Get(), general, sizeof place) == 0, "the topic is published");
   std::string answers;
   std::size_t piece = 0;
   loop.Watch(client.Get(), EventLoop::Readable | EventLoop::Writable, [&](unsigned) {
