@@ -92,7 +92,7 @@ TEST(Conversation, Transfers) {
 }
 
 TEST(Order, AcceptanceOfAPeer) {
-  World world("[Hosts]\nDefault=*deny\n");
+  World world("[Hosts]\nDefault=*deny\nother.host=*allow\n");
   world.Connect();
   world.Chunk("$VERSION$:1");
   EXPECT_EQ(world.Effects(),

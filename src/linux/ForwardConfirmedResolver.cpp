@@ -20,8 +20,9 @@ constexpr int Servers = 2;   // asked at most
 
 using AddressList = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
 
-AddressList AddressesOf(const char* name, int flags) {
+AddressList AddressesOf(const char* name, int family, int flags) {
   addrinfo hints{};
+  hints.ai_family = family;
   hints.ai_flags = flags;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* list = nullptr;
@@ -29,21 +30,16 @@ AddressList AddressesOf(const char* name, int flags) {
   return {list, ::freeaddrinfo};
 }
 
-// The address in its sixteen-byte form, an IPv4 address mapped, so that one compares with another
-// of either family.
-std::array<unsigned char, 16> Canonical(const sockaddr* address) {
-  std::array<unsigned char, 16> bytes{};
+// The bytes of the address in the order of the network: four for IPv4, sixteen for IPv6.
+std::string Bytes(const sockaddr* address) {
   if (address->sa_family == AF_INET6) {
     sockaddr_in6 v6{};
     std::memcpy(&v6, address, sizeof v6);
-    std::memcpy(bytes.data(), &v6.sin6_addr, bytes.size());
-  } else {
-    sockaddr_in v4{};
-    std::memcpy(&v4, address, sizeof v4);
-    bytes[10] = bytes[11] = 0xFF;
-    std::memcpy(bytes.data() + 12, &v4.sin_addr, 4);
+    return {reinterpret_cast<const char*>(&v6.sin6_addr), sizeof v6.sin6_addr};
   }
-  return bytes;
+  sockaddr_in v4{};
+  std::memcpy(&v4, address, sizeof v4);
+  return {reinterpret_cast<const char*>(&v4.sin_addr), sizeof v4.sin_addr};
 }
 
 // Bounds the time that the name service may take, for this thread.
@@ -61,7 +57,7 @@ void BoundResolver() {
 }  // namespace
 
 std::string ForwardConfirmedResolver::ResolverName(const std::string& ResolverAddress) {
-  const AddressList peer = AddressesOf(ResolverAddress.c_str(), AI_NUMERICHOST);
+  const AddressList peer = AddressesOf(ResolverAddress.c_str(), AF_UNSPEC, AI_NUMERICHOST);
   if (!peer) return {};
   BoundResolver();
   std::array<char, NI_MAXHOST> name{};
@@ -70,10 +66,10 @@ std::string ForwardConfirmedResolver::ResolverName(const std::string& ResolverAd
     return {};
   }
   // A name that reads as an address would be taken for an entry of that address.
-  if (AddressesOf(name.data(), AI_NUMERICHOST)) return {};
-  const AddressList back = AddressesOf(name.data(), 0);
+  if (AddressesOf(name.data(), AF_UNSPEC, AI_NUMERICHOST)) return {};
+  const AddressList back = AddressesOf(name.data(), peer->ai_family, 0);
   for (const addrinfo* entry = back.get(); entry != nullptr; entry = entry->ai_next) {
-    if (Canonical(entry->ai_addr) == Canonical(peer->ai_addr)) return name.data();
+    if (Bytes(entry->ai_addr) == Bytes(peer->ai_addr)) return name.data();
   }
   return {};
 }

@@ -25,11 +25,9 @@ bool SameName(std::string_view a, std::string_view b) {
   return std::ranges::equal(a, b, {}, Lower, Lower);
 }
 
-}  // namespace
-
-std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
-                                            std::string_view key) {
-  if (key.empty()) return {};
+// Gives take the key and the value of each entry of the section, until it returns true.
+template <typename Take>
+void ForEachEntry(std::string_view file, std::string_view section, Take take) {
   if (file.starts_with(Utf8Mark)) file.remove_prefix(Utf8Mark.size());
   bool inSection = false;
   while (!file.empty()) {
@@ -45,10 +43,37 @@ std::optional<std::string_view> FindSetting(std::string_view file, std::string_v
     }
     if (!inSection) continue;
     const std::size_t equals = line.find('=');
-    if (equals == line.npos || !SameName(Strip(line.substr(0, equals)), key)) continue;
-    return Strip(line.substr(equals + 1));
+    if (equals == line.npos) continue;
+    if (take(Strip(line.substr(0, equals)), Strip(line.substr(equals + 1)))) return;
   }
-  return {};
+}
+
+}  // namespace
+
+std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
+                                            std::string_view key) {
+  std::optional<std::string_view> found;
+  if (key.empty()) return found;
+  ForEachEntry(file, section, [&](std::string_view entryKey, std::string_view value) {
+    if (!SameName(entryKey, key)) return false;
+    found = value;
+    return true;
+  });
+  return found;
+}
+
+std::vector<std::string> FindKeys(std::string_view file, std::string_view section) {
+  std::vector<std::string> keys;
+  ForEachEntry(file, section, [&keys](std::string_view key, std::string_view /*value*/) {
+    keys.emplace_back(key);
+    return false;
+  });
+  return keys;
+}
+
+const std::string& PrivateProfile::Read(const std::string& path) {
+  if (std::optional<std::string> file = ReadFile(path)) lastRead_ = std::move(*file);
+  return lastRead_;
 }
 
 std::uint32_t PrivateProfile::GetPrivateProfileString(std::string_view section,
@@ -57,11 +82,14 @@ std::uint32_t PrivateProfile::GetPrivateProfileString(std::string_view section,
                                                       std::span<char> buffer,
                                                       const std::string& path) {
   if (buffer.empty()) return 0;
-  if (std::optional<std::string> file = ReadFile(path)) lastRead_ = std::move(*file);
-  const std::string_view value = FindSetting(lastRead_, section, key).value_or(defaultText);
+  const std::string_view value = FindSetting(Read(path), section, key).value_or(defaultText);
   const std::size_t count = std::min(value.size(), buffer.size() - 1);
   std::copy_n(value.begin(), count, buffer.begin());
   return static_cast<std::uint32_t>(count);
+}
+
+std::vector<std::string> PrivateProfile::Keys(std::string_view section, const std::string& path) {
+  return FindKeys(Read(path), section);
 }
 
 }  // namespace quorbin

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "SettingsFile.hpp"
 
@@ -16,6 +17,9 @@ namespace quorbin {
 std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
                                             std::string_view key);
 
+// The keys of the section, in their order.
+std::vector<std::string> FindKeys(std::string_view file, std::string_view section);
+
 // The settings file in the private profile format, read whole at each call, so that a file that
 // is replaced meanwhile is seen as the old one or the new one. Where the system lacks the means for
 // a reading, the file stands as it was last read: a lack of descriptors must not lift a refusal.
@@ -24,8 +28,11 @@ class PrivateProfile : public SettingsFile {
   std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
                                         std::string_view defaultText, std::span<char> buffer,
                                         const std::string& path) override;
+  std::vector<std::string> Keys(std::string_view section, const std::string& path) override;
 
  private:
+  const std::string& Read(const std::string& path);
+
   std::string lastRead_;
 };
 

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorbin {
 
@@ -22,6 +23,10 @@ class SettingsFile {
                                                 std::string_view defaultText,
                                                 std::span<char> buffer,
                                                 const std::string& path) = 0;
+
+  // The keys of the section in their order, as they are written there; none if the file or the
+  // section is missing. The file is read afresh at every call.
+  virtual std::vector<std::string> Keys(std::string_view section, const std::string& path) = 0;
 };
 
 }  // namespace quorbin

@@ -1,6 +1,7 @@
 #include "CheckHost.hpp"
 
 #include <algorithm>
+#include <vector>
 
 #include "Allgemein.hpp"
 #include "Configuration.hpp"
@@ -17,6 +18,20 @@ bool InLinkTable(const Form1& form, std::string_view address) {
       form.LinkHosts, [address](const std::string& slot) { return Trim(slot) == Trim(address); });
 }
 
+// True for a key of the section that could be a host name: neither a setting nor an address.
+bool MayBeHostName(const std::string& key) {
+  const std::string lower = LCase(key);
+  if (lower == Key::HostAllow || lower == LCase(Key::Default)) return false;
+  return key.find(':') == key.npos && key.find_first_not_of("0123456789.") != key.npos;
+}
+
+// The peer's host name, which takes a lookup; empty where no entry could match one.
+std::string PeerName(Form1& form, const std::string& address) {
+  const std::vector<std::string> keys = form.Profile.Keys(Section::Hosts, SettingsPath(form));
+  if (!std::ranges::any_of(keys, MayBeHostName)) return {};
+  return form.Socket1.ResolverName(address);
+}
+
 }  // namespace
 
 bool CheckHost(Form1& form, const std::string& PeerAddress) {
@@ -29,7 +44,7 @@ bool CheckHost(Form1& form, const std::string& PeerAddress) {
   };
   // An entry that says the same as the default settles nothing: the name decides.
   std::string value = entry(Trim(PeerAddress));
-  if (value == hostDefault) value = entry(form.Socket1.ResolverName(PeerAddress));
+  if (value == hostDefault) value = entry(PeerName(form, PeerAddress));
   return value != Keyword::Deny;
 }
 
