@@ -167,6 +167,38 @@ TEST(Order, EffectsOfChunks) {
   }
 }
 
+// A web page can make a browser send a request here, and choose all of it but its beginning.
+TEST(Order, RequestOfTheWeb) {
+  const std::string unknown = "resu=OK; resu=wrong param; Send -PARAM; ";
+  const std::string closed = unknown + "aktion=listening; Close; Listen; ";
+  const std::pair<std::string, std::string> rows[] = {
+      {"GET / HTTP/1.1\r\n", closed},
+      {"HEAD /", closed},
+      {"POST  ", closed},
+      {"PUT /", closed},
+      {"DELETE /", closed},
+      {"CONNECT a:9438", closed},
+      {"OPTIONS *", closed},
+      {"TRACE /", closed},
+      {"PATCH /", closed},
+      {"POST", unknown},
+      {"post /", unknown},
+      {" GET /", unknown},
+      {"GETS /", unknown},
+      {"POST\t/", unknown},
+      {"$FILE|POST /", unknown + unknown},
+  };
+  for (const auto& [chunks, effects] : rows) {
+    World world;
+    world.Connect();
+    world.Effects();
+    world.Talk(chunks);
+    EXPECT_EQ(world.Effects(), effects) << chunks;
+    world.Connect();
+    EXPECT_EQ(world.Chunk("$FILE$:b.txt"), "+OK");
+  }
+}
+
 TEST(Order, BytesThatTheCloseOfTheFileLoses) {
   World world;
   world.Connect();

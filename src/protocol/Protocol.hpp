@@ -2,6 +2,7 @@
 
 // The texts of the wire protocol, for the service and for its senders.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -35,6 +36,10 @@ inline constexpr std::size_t Digits = 10;
 inline constexpr std::size_t Size = Token.size() + Digits;
 inline constexpr std::uint64_t MaxLength = 2147483647;
 }  // namespace BufferHeader
+
+// What a request of the web begins with; a blank follows.
+inline constexpr std::array<std::string_view, 9> HttpMethods = {
+    "GET", "HEAD", "POST", "PUT", "DELETE", "CONNECT", "OPTIONS", "TRACE", "PATCH"};
 
 // Answers. None has a line end behind it.
 namespace Reply {

@@ -34,6 +34,7 @@ void ClearSession(TransferSession& session) {
                             &session.ViewerCmd, &session.PeerVersion}) {
     text->clear();
   }
+  session.AnyMessage = false;
   session.InDataPhase = false;
   session.IsBinary = false;
   session.FileIsOpen = false;

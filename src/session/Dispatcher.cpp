@@ -1,7 +1,9 @@
 #include "Dispatcher.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 
 #include "Allgemein.hpp"
 #include "FileReception.hpp"
@@ -19,6 +21,14 @@ namespace {
 std::string_view Normalise(std::string_view chunk) {
   if (chunk.ends_with(Nak)) chunk.remove_suffix(1);
   return chunk.starts_with(Token::KdoPrf) ? chunk : RTrim(chunk);
+}
+
+// True for a request as a browser sends it for any web page, to any port and unasked. The page
+// chooses all of it but its beginning, so its body could be the messages of a sender.
+bool IsWebRequest(std::string_view chunk) {
+  return std::ranges::any_of(HttpMethods, [chunk](std::string_view method) {
+    return chunk.starts_with(method) && chunk.substr(method.size()).starts_with(' ');
+  });
 }
 
 // Bytes of the partner's text beyond which no further version is shown: a sender that tells its
@@ -100,6 +110,8 @@ constexpr std::array<Branch, 10> Branches = {{
 
 void Dispatch(Form1& form) {
   std::string_view& message = form.Session.RecvBuf;
+  const bool first = !std::exchange(form.Session.AnyMessage, true);
+  const bool webRequest = first && IsWebRequest(message);
   message = Normalise(message);
   if (form.Session.LogLevel == LogAllMessages) form.FControl.AppendLine(message);
   for (const Branch& branch : Branches) {
@@ -109,6 +121,11 @@ void Dispatch(Form1& form) {
     }
   }
   Unknown(form);
+  if (webRequest) {
+    form.FControl.Write(Field::aktion, Aktion::Listening);
+    form.Winsock1.Close();
+    Listen(form);
+  }
 }
 
 }  // namespace quorbin

@@ -28,6 +28,7 @@ struct TransferSession {
   bool FileIsOpen = false;     // false again at the regular end of the data
   bool ExtAllowed = false;     // last answer of ResolveExtension
   bool HostAllowed = false;    // host decision of this connection
+  bool AnyMessage = false;     // a message has come on this connection
   std::string ProgramVersion;  // told to senders
   std::string PeerVersion;     // not empty: buffers of binary content are acknowledged
   std::int64_t BlockCount = 0;
