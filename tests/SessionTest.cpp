@@ -141,6 +141,10 @@ TEST(Order, EffectsOfChunks) {
        "resu=OK; dateiname=/t/f$~.../a.txt; " + movedText + "Send +OK; "},
       {"$EXT$:.txt|$FILE$:a\0.txt"s, "$DATA$", 0, 0,
        "resu=OK; dateiname=/t/f$~.a\0.txt; "s + movedText + "Send +OK; "},
+      {"$EXT$:.txt|$FILE$:12\" disk.txt", "$DATA$", 0, 0,
+       "resu=OK; dateiname=/t/f$~.12\" disk.txt; " + movedText + "Send +OK; "},
+      {"$EXT$:.txt|$FILE$:a.txt\\", "$DATA$", 0, 0,
+       "resu=OK; dateiname=/t/f$~.a.txt\\; " + movedText + "Send +OK; "},
       {"$EXT$:.txt", "$DATA$", 0, 0,
        "resu=OK; dateiname=/t/f$~.temp814724.tmp; Kill /t/f$~.temp814724.tmp; " +
            movedText.substr(movedText.find("aktion")) + "Send +OK; "},

@@ -39,13 +39,17 @@ std::error_code OpenGenerated(Form1& form) {
   return OpenOutputFile(form);
 }
 
-// Opens the file under the name that the sender gave. A name that still names a directory, or
-// that no path can hold, is never brought near the file system.
+// False for a name that still names a directory, that no path can hold, or that would not remain
+// one argument between the quotation marks of an open command.
+bool IsUsable(std::string_view name) {
+  constexpr std::string_view never("/\0\"", 3);
+  return name.find_first_of(never) == name.npos && !name.ends_with('\\');
+}
+
+// Opens the file under the name that the sender gave. One that is not usable never reaches the
+// file system.
 std::error_code OpenAnnounced(Form1& form) {
-  const std::string& name = form.Session.FileName;
-  if (name.find_first_of(std::string_view("/\0", 2)) != name.npos) {
-    return std::make_error_code(std::errc::invalid_argument);
-  }
+  if (!IsUsable(form.Session.FileName)) return std::make_error_code(std::errc::invalid_argument);
   form.Files.Kill(OutputPath(form));
   return OpenOutputFile(form);
 }
