@@ -68,11 +68,15 @@ TEST(Conversation, Transfers) {
       {"1", "B", 2, "$BUFFLEN$0000000020x|yz|$EOF$", "+OK|" + over + "-2|+OK|", "x|yz|", 3, 3},
       {"1", "B", 2, "$BUFFLEN$0000000020x|y$EOF$", "+OK|" + atEof + "-6|", "x|y|", 7, 2},
       {"", "B", 0, "abc||de$EOF$", "||" + atEof + "-10|", "abcde|", 10, 3},
-      // Headers that are none: too short, no number, beyond 32 bits, negative.
+      // The length may have a sign, and blanks around it.
+      {"1", "B", 0, "$BUFFLEN$-000000005|$BUFFLEN$+000000029abcdefghij|$BUFFLEN$  +20     x|$EOF$",
+       over + "-24|+OK|+OK|+OK|", "abcdefghijx|", 11, 3},
+      {"1", "B", 0, "$BUFFLEN$-000000000a|$EOF$", over + "-20|+OK|", "a|", 1, 1},
+      // Headers that are none: too short, no number, beyond 32 bits, a blank after the sign.
       {"", "B", 0, "$BUFFLEN$00000029|$BUFFLEN$00000x0029|$EOF$", "||+OK|",
        "$BUFFLEN$00000029$BUFFLEN$00000x0029|", 36, 2},
-      {"", "B", 0, "$BUFFLEN$2147483648|$BUFFLEN$-000000005|$BUFFLEN$-000000000|$EOF$", "|||+OK|",
-       "$BUFFLEN$2147483648$BUFFLEN$-000000005$BUFFLEN$-000000000|", 57, 3},
+      {"", "B", 0, "$BUFFLEN$2147483648|$BUFFLEN$+-00000005|$BUFFLEN$- 00000005|$EOF$", "|||+OK|",
+       "$BUFFLEN$2147483648$BUFFLEN$+-00000005$BUFFLEN$- 00000005|", 57, 3},
   };
   for (const auto& row : rows) {
     World world;

@@ -59,16 +59,19 @@ void GiveUpTransfer(Form1& form, const std::error_code& error) {
   PeerClosed(form);
 }
 
-// The length that a chunk's buffer header announces; nothing if the chunk begins with none.
-// Blanks may stand round the digits.
-std::optional<std::int64_t> AnnouncedLength(std::string_view chunk) {
+// The length that a chunk's buffer header announces; nullopt if the chunk begins with none. The
+// number may have a sign, and blanks around it.
+std::optional<std::int32_t> AnnouncedLength(std::string_view chunk) {
   if (chunk.size() < BufferHeader::Size || !chunk.starts_with(BufferHeader::Token)) return {};
-  std::string_view digits = Trim(chunk.substr(BufferHeader::Token.size(), BufferHeader::Digits));
-  std::uint64_t length = 0;  // takes no sign
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-  if (error != std::errc() || end != digits.data() + digits.size()) return {};
-  if (length > BufferHeader::MaxLength) return {};
-  return static_cast<std::int64_t>(length);
+  std::string_view number = Trim(chunk.substr(BufferHeader::Token.size(), BufferHeader::Digits));
+  if (number.starts_with('+')) {  // which from_chars does not take
+    number.remove_prefix(1);
+    if (number.starts_with('-')) return {};
+  }
+  std::int32_t length = 0;
+  const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), length);
+  if (error != std::errc() || end != number.data() + number.size()) return {};
+  return length;
 }
 
 void LogBlock(Form1& form, std::int64_t bytes) {
