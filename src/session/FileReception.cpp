@@ -130,10 +130,12 @@ std::error_code WriteText(Form1& form) { return form.Files.Write(form.Session.Re
 std::error_code WriteBinary(Form1& form) { return form.Files.Write(form.Session.RecvBuf); }
 
 void TextChunk(Form1& form, std::int64_t ChunkLen) {
+  form.Session.TotalBytes += ChunkLen;
   const bool last = TakeEndMarker(form.Session.RecvBuf);
   if (WriteText(form)) {
     form.Files.Close();
     std::error_code error = OpenGenerated(form);
+    form.Session.TotalBytes = ChunkLen;  // what came before is not in this file
     form.FControl.Write(Field::aktion, Aktion::Writing);
     if (!error) error = WriteText(form);
     if (error) {
@@ -149,23 +151,26 @@ void TextChunk(Form1& form, std::int64_t ChunkLen) {
   }
 }
 
-void TakeBufferHeader(Form1& form) {
+// Removes the buffer header from the start of RecvBuf. Returns its length in bytes; 0 if there is
+// none.
+std::int64_t TakeBufferHeader(Form1& form) {
   TransferSession& session = form.Session;
-  const std::optional<std::int64_t> length = AnnouncedLength(session.RecvBuf);
-  if (!length) return;
+  const std::optional<std::int32_t> length = AnnouncedLength(session.RecvBuf);
+  if (!length) return 0;
   constexpr auto headerSize = static_cast<std::int64_t>(BufferHeader::Size);
   session.BufLenLeft = *length;
-  session.TotalBytes -= headerSize;
   if (session.LogLevel == LogAllMessages) {
     form.FControl.AppendLine(std::string(LogLine::ReceivedBytes) +
                              NumberText(session.BufLenLeft - headerSize));
   }
   session.RecvBuf.remove_prefix(BufferHeader::Size);
+  return headerSize;
 }
 
 void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
   TransferSession& session = form.Session;
-  TakeBufferHeader(form);
+  const std::int64_t counted = ChunkLen - TakeBufferHeader(form);
+  session.TotalBytes += counted;
   session.BufLenLeft -= ChunkLen;
   const bool last = TakeEndMarker(session.RecvBuf);
   // A block is logged before it is written, but the last one after.
@@ -176,6 +181,7 @@ void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
   if (WriteBinary(form)) {
     form.Files.Close();
     std::error_code error = OpenGenerated(form);
+    session.TotalBytes = counted;  // what came before is not in this file
     form.FControl.Write(Field::aktion, Aktion::WritingBinary);
     LogBlock(form, ChunkLen);
     if (!error) error = WriteBinary(form);
@@ -230,7 +236,6 @@ void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
     return;
   }
   form.FControl.Write(Field::aktion, Aktion::Writing);
-  session.TotalBytes += ChunkLen;
   if (session.IsBinary) {
     BinaryChunk(form, ChunkLen);
   } else {

@@ -33,7 +33,7 @@ struct TransferSession {
   std::string PeerVersion;     // not empty: buffers of binary content are acknowledged
   std::int64_t BlockCount = 0;
   std::int64_t BufLenLeft = 0;  // still owed of the announced buffer; negative: too much came
-  std::int64_t TotalBytes = 0;  // received for the file, buffer headers not counted
+  std::int64_t TotalBytes = 0;  // received for the output file, buffer headers not counted
 };
 
 }  // namespace quorbin
