@@ -3,7 +3,7 @@
 // here on, "!o" and "!w" with a digit an open or a write that will fail; every other line is a
 // chunk. A second reckoning of files and counters runs beside it.
 
-#include <cctype>
+#include <regex>
 
 #include "Allgemein.hpp"
 #include "Fakes.hpp"
@@ -23,17 +23,22 @@ struct Reckoning {
   std::int64_t Total = 0;
   std::int64_t Left = 0;
   std::int64_t Blocks = 0;
+  bool First = true;  // nothing has come on this connection
 };
 
-std::int64_t HeaderLength(std::string_view chunk) {
-  if (chunk.size() < 19 || !chunk.starts_with("$BUFFLEN$")) return -1;
-  const std::string digits(Trim(chunk.substr(9, 10)));
-  if (digits.empty() ||
-      !std::ranges::all_of(digits, [](unsigned char c) { return std::isdigit(c) != 0; })) {
-    return -1;
-  }
-  const std::int64_t length = std::stoll(digits);
-  return length <= 2147483647 ? length : -1;
+std::optional<std::int64_t> HeaderLength(const std::string& chunk) {
+  static const std::regex header("^\\$BUFFLEN\\$ *([+-]?[0-9]+) *$");
+  std::smatch parts;
+  const std::string head = chunk.substr(0, 19);
+  if (head.size() < 19 || !std::regex_match(head, parts, header)) return {};
+  const std::int64_t length = std::stoll(parts[1]);
+  if (length > 2147483647) return {};
+  return length;
+}
+
+bool IsWebRequest(const std::string& chunk) {
+  static const std::regex request("^(GET|HEAD|POST|PUT|DELETE|CONNECT|OPTIONS|TRACE|PATCH) ");
+  return std::regex_search(chunk.substr(0, 8), request);
 }
 
 bool IsKnown(const std::string& reply) {
@@ -103,6 +108,13 @@ class Conversation {
               "a refused peer gets nothing", chunk);
       return;
     }
+    const bool first = std::exchange(reckoning_.First, false);
+    if (first && IsWebRequest(chunk)) {
+      Require(replies == std::vector<std::string>{"-PARAM"} && world_.winsock.state == 2 &&
+                  world_.files.files.size() == files,
+              "a request of the web ends the connection", chunk);
+      return;
+    }
     const bool positive = !replies.empty() && replies[0].starts_with('+');
     const bool viewed = Place(journal, "Shell ") >= 0;
     if (!before.InDataPhase) {
@@ -111,6 +123,9 @@ class Conversation {
         Require(positive, "the data phase begins with a positive reply", chunk);
         reckoning_.Path = world_.files.open;
         reckoning_.Content.clear();
+        const std::string& name = before.FileName;
+        const bool usable = !name.empty() && name.find('"') == name.npos && name.back() != '\\';
+        Require(usable || Session().FileName != name, "no name that splits an argument", name);
       } else if (world_.winsock.state == 2) {
         Require(!positive, "no positive reply to what has failed", chunk);
       }
@@ -131,7 +146,7 @@ class Conversation {
     }
   }
 
-  void Reckon(std::string_view chunk, const TransferSession& before, const std::string& path,
+  void Reckon(const std::string& chunk, const TransferSession& before, const std::string& path,
               bool viewed) {
     if (chunk.starts_with("$EOF$")) {
       Require(viewed, "the end starts the viewer", chunk);
@@ -139,11 +154,11 @@ class Conversation {
     }
     const auto length = static_cast<std::int64_t>(chunk.size());
     std::string_view content = chunk;
-    reckoning_.Total += length;
+    std::int64_t counted = length;
     if (before.IsBinary) {
-      if (const std::int64_t header = HeaderLength(chunk); header >= 0) {
-        reckoning_.Left = header;
-        reckoning_.Total -= 19;
+      if (const std::optional<std::int64_t> header = HeaderLength(chunk)) {
+        reckoning_.Left = *header;
+        counted -= 19;
         content.remove_prefix(19);
       }
       reckoning_.Left -= length;
@@ -159,7 +174,9 @@ class Conversation {
       if (before.IsBinary && !last) ++reckoning_.Blocks;
       reckoning_.Path = opened;
       reckoning_.Content.clear();
+      reckoning_.Total = 0;
     }
+    reckoning_.Total += counted;
     reckoning_.Content += content;
     if (!before.IsBinary) reckoning_.Content += "\r\n";
     if (viewed || world_.winsock.state == 7) {

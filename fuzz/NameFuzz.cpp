@@ -1,5 +1,7 @@
 // A sender's name: reduced, and shown on a terminal.
 
+#include <glib.h>
+
 #include "Printable.hpp"
 #include "RemoteName.hpp"
 #include "Require.hpp"
@@ -42,6 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Require(ext.size() <= 4 && name.ends_with(ext), "the end of the name", sent);
 
   const std::string shown = Printable(sent);
+  fuzz::Require(g_utf8_validate(shown.data(), static_cast<gssize>(shown.size()), nullptr) != 0,
+                "shown as valid UTF-8", sent);
   for (std::size_t i = 0; i < shown.size(); ++i) {
     const auto c = static_cast<unsigned char>(shown[i]);
     const bool control = c < 0x20 || c == 0x7F;
