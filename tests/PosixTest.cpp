@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 
 #include "CommandLine.hpp"
+#include "ConsoleDisplay.hpp"
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "Peer.hpp"
@@ -48,6 +49,21 @@ TEST(Printable, EscapesWhatSteersATerminal) {
   EXPECT_EQ(Printable(plain), plain);
   EXPECT_EQ(Printable({"\r\n\t\\\x1B\x7F\0\u009B", 9}), R"(\r\n\t\\\x1B\x7F\x00\xC2\x9B)");
   EXPECT_EQ(Printable("\xE4\xED\xA0\x80\xE2\x82"), R"(\xE4\xED\xA0\x80\xE2\x82)");
+  EXPECT_EQ(Printable("\u2029\u202A\u202E\u202F\u2065\u2066\u2069\u206A"),
+            "\u2029\\xE2\\x80\\xAA\\xE2\\x80\\xAE\u202F\u2065\\xE2\\x81\\xA6\\xE2\\x81\\xA9\u206A");
+}
+
+TEST(ConsoleDisplay, ShowsTheBeginningOfALongText) {
+  std::string shown;
+  ConsoleDisplay display([&shown](std::string_view lines) { shown = lines; });
+  display.Write(Field::kext, std::string(4097, '\x1B'));
+  display.AppendLine(std::string(1 << 20, 'y'));
+  display.AppendLine(std::string(4096, 'z'));
+  display.EndOfEvent();
+  std::string escapes;
+  for (int i = 0; i < 4096; ++i) escapes += "\\x1B";
+  EXPECT_EQ(shown, "kext: " + escapes + " ... (4097 bytes)\n" + "Satz: " + std::string(4096, 'y') +
+                       " ... (1048576 bytes)\n" + "Satz: " + std::string(4096, 'z') + "\n");
 }
 
 TEST(FieldTexts, SatzKeepsItsNewestLines) {

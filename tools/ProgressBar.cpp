@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cwchar>
-#include <cwctype>
 #include <iostream>
 #include <iterator>
+#include <string>
+
+#include "Printable.hpp"
 
 namespace quorbin {
 namespace {
@@ -26,30 +27,9 @@ std::string Amount(double bytes) {
 
 }  // namespace
 
-std::string ForTerminal(std::string_view text) {
-  std::string out;
-  std::mbstate_t state{};
-  while (!text.empty()) {
-    wchar_t c = 0;
-    const std::size_t n = std::mbrtowc(&c, text.data(), text.size(), &state);
-    // NUL gives 0, and what is no character a huge number.
-    if (n > 0 && n <= text.size() && std::iswprint(static_cast<std::wint_t>(c)) != 0) {
-      out += text.substr(0, n);
-      text.remove_prefix(n);
-    } else {
-      char hex[5];
-      std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned char>(text.front()));
-      out += hex;
-      text.remove_prefix(1);
-      state = {};
-    }
-  }
-  return out;
-}
-
 ProgressBar::ProgressBar(std::string_view name, std::optional<std::int64_t> size)
     : shown_(isatty(STDERR_FILENO) == 1), size_(size) {
-  if (shown_) std::cerr << ForTerminal(name) << '\n';
+  if (shown_) std::cerr << Printable(name) << '\n';
 }
 
 ProgressBar::~ProgressBar() {

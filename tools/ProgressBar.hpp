@@ -6,13 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace quorbin {
-
-// The text with every byte that the user's character set (LC_CTYPE) can't print as \xHH.
-std::string ForTerminal(std::string_view text);
 
 // One file's progress on standard error; silent unless that is a terminal. The last state stays.
 class ProgressBar {

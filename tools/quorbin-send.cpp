@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <clocale>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -28,6 +27,7 @@
 #include <vector>
 
 #include "LastError.hpp"
+#include "Printable.hpp"
 #include "ProgressBar.hpp"
 #include "Protocol.hpp"
 #include "ServiceConnection.hpp"
@@ -311,7 +311,6 @@ Examples:
 
 int main(int argc, char** argv) try {
   using namespace quorbin;
-  std::setlocale(LC_CTYPE, "");
   std::signal(SIGPIPE, SIG_IGN);
 
   Options options;
@@ -355,12 +354,12 @@ int main(int argc, char** argv) try {
     try {
       Deliver(options, file);
     } catch (const Failure& failure) {
-      std::cerr << "quorbin-send: " << ForTerminal(file) << ": " << failure.sentence;
-      if (!failure.reply.empty()) std::cerr << " (reply \"" << ForTerminal(failure.reply) << "\")";
+      std::cerr << "quorbin-send: " << Printable(file) << ": " << failure.sentence;
+      if (!failure.reply.empty()) std::cerr << " (reply \"" << Printable(failure.reply) << "\")";
       std::cerr << '\n';
       status = 1;
     } catch (const std::bad_alloc&) {
-      std::cerr << "quorbin-send: " << ForTerminal(file) << ": not enough memory for the buffer\n";
+      std::cerr << "quorbin-send: " << Printable(file) << ": not enough memory for the buffer\n";
       status = 1;
     }
   }

@@ -1,8 +1,25 @@
 #include "ConsoleDisplay.hpp"
 
+#include <cstddef>
+
 #include "Printable.hpp"
 
 namespace quorbin {
+
+namespace {
+
+// Bytes of a text that are shown. A peer may send a megabyte as one parameter, again and again, and
+// a line of it would fill the disk that the output goes to.
+constexpr std::size_t ShownBytes = 4096;
+
+std::string Line(Field field, std::string_view text) {
+  std::string line(FieldNames[static_cast<std::size_t>(field)]);
+  line.append(": ").append(Printable(text.substr(0, ShownBytes)));
+  if (text.size() > ShownBytes) line += " ... (" + std::to_string(text.size()) + " bytes)";
+  return line + "\n";
+}
+
+}  // namespace
 
 void ConsoleDisplay::Touch(Field field) {
   if (!written_.empty() && written_.back() == field) return;
@@ -24,19 +41,15 @@ void ConsoleDisplay::AppendLine(std::string_view line) {
 
 void ConsoleDisplay::EndOfEvent() {
   std::string lines;
-  const auto addLine = [&lines](Field field, std::string_view text) {
-    lines.append(FieldNames[static_cast<std::size_t>(field)]).append(": ");
-    lines.append(Printable(text)).append("\n");
-  };
   for (const Field field : written_) {
     if (field == Field::Satz) {
-      for (const std::string& line : appended_) addLine(field, line);
+      for (const std::string& line : appended_) lines += Line(field, line);
       continue;
     }
     const std::string& text = texts_.Text(field);
     std::string& shown = shown_[static_cast<std::size_t>(field)];
     if (text == shown) continue;
-    addLine(field, text);
+    lines += Line(field, text);
     shown = text;
   }
   written_.clear();

@@ -13,7 +13,7 @@ namespace quorbin {
 
 // The status fields on standard output: at the end of each event a line "field: text" for every
 // field that has changed since it was last shown, in the order of the last writes, and one for
-// every line appended to Satz.
+// every line appended to Satz. Of a long text only the beginning is shown, with its length.
 class ConsoleDisplay : public StatusDisplay {
  public:
   // print takes all lines of one event at once.

@@ -1,5 +1,7 @@
 #include "ClassesFile.hpp"
 
+#include "Text.hpp"
+
 #include <glib.h>
 
 #include <algorithm>
@@ -14,11 +16,7 @@ namespace {
 constexpr std::string_view Root = "HKEY_CLASSES_ROOT";
 constexpr std::string_view WideHeader = "Windows Registry Editor Version 5.00";
 
-std::string_view StripLine(std::string_view text) {
-  constexpr std::string_view Blanks = " \t\r";
-  text = text.substr(0, text.find_last_not_of(Blanks) + 1);
-  return text.substr(text.empty() ? 0 : text.find_first_not_of(Blanks));
-}
+std::string_view StripLine(std::string_view text) { return Trim(text, " \t\r"); }
 
 // Takes the first line off the text, without its end and the blanks round it.
 std::string_view TakeLine(std::string_view& text) {
@@ -154,10 +152,6 @@ std::optional<RegValue> ParseData(std::string_view data, std::string_view& rest,
 }
 
 }  // namespace
-
-bool EqualsNoCase(std::string_view one, std::string_view other) {
-  return std::ranges::equal(one, other, {}, g_ascii_tolower, g_ascii_tolower);
-}
 
 std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view keyPath,
                                   std::string_view valueName) {

@@ -8,9 +8,6 @@
 
 namespace quorbin {
 
-// True if both are the same but for the case of the letters A to Z.
-bool EqualsNoCase(std::string_view one, std::string_view other);
-
 // One value below HKEY_CLASSES_ROOT out of the bytes of a registry export (classes.reg); an empty
 // valueName names the key's default value. Of repeated values the last well-formed one counts, as
 // in an import. Nothing if it is not there. Texts come in the file's bytes, or as UTF-8 where the

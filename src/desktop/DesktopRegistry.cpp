@@ -8,6 +8,7 @@
 #include "Associations.hpp"
 #include "ClassesFile.hpp"
 #include "ReadFile.hpp"
+#include "Text.hpp"
 
 namespace quorbin {
 

@@ -5,6 +5,7 @@
 
 #include "Allgemein.hpp"
 #include "Lifecycle.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

@@ -5,25 +5,15 @@
 #include <utility>
 
 #include "ReadFile.hpp"
+#include "Text.hpp"
 
 namespace quorbin {
 
 namespace {
 
 constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
-constexpr std::string_view Blanks = " \t";
 
-std::string_view Strip(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(Blanks);
-  if (first == text.npos) return {};
-  return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
-}
-
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool SameName(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, {}, Lower, Lower);
-}
+std::string_view Strip(std::string_view text) { return Trim(text, " \t"); }
 
 // Gives take the key and the value of each entry of the section, until it returns true.
 template <typename Take>
@@ -38,7 +28,7 @@ void ForEachEntry(std::string_view file, std::string_view section, Take take) {
     line = Strip(line);
     if (line.empty() || line.front() == ';' || line.front() == '#') continue;
     if (line.front() == '[') {
-      inSection = SameName(Strip(line.substr(1, line.find(']') - 1)), section);
+      inSection = EqualsNoCase(Strip(line.substr(1, line.find(']') - 1)), section);
       continue;
     }
     if (!inSection) continue;
@@ -55,7 +45,7 @@ std::optional<std::string_view> FindSetting(std::string_view file, std::string_v
   std::optional<std::string_view> found;
   if (key.empty()) return found;
   ForEachEntry(file, section, [&](std::string_view entryKey, std::string_view value) {
-    if (!SameName(entryKey, key)) return false;
+    if (!EqualsNoCase(entryKey, key)) return false;
     found = value;
     return true;
   });

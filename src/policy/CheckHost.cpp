@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "Allgemein.hpp"
 #include "Configuration.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

@@ -1,8 +1,8 @@
 #include "ResolveExtension.hpp"
 
-#include "Allgemein.hpp"
 #include "Configuration.hpp"
 #include "RegKeys.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

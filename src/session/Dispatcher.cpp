@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <utility>
 
-#include "Allgemein.hpp"
 #include "FileReception.hpp"
 #include "Lifecycle.hpp"
 #include "Protocol.hpp"
 #include "RemoteName.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

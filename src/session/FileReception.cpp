@@ -11,6 +11,7 @@
 #include "Lifecycle.hpp"
 #include "Protocol.hpp"
 #include "StartViewer.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "Allgemein.hpp"
 #include "Lifecycle.hpp"
 #include "Protocol.hpp"
 #include "ResolveExtension.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

@@ -7,6 +7,7 @@
 #include "Allgemein.hpp"
 #include "Protocol.hpp"
 #include "RegKeys.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {

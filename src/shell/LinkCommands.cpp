@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "Allgemein.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin {
