@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "Allgemein.hpp"
-#include "Lifecycle.hpp"
 #include "Text.hpp"
 #include "Words.hpp"
 
@@ -66,7 +65,7 @@ void StartViewer(Form1& form) {
   session.ViewerCmd = Trim(session.ViewerCmd);
   if (IsProgram(session.Ext)) session.ViewerCmd.clear();
   session.KdoExt = Unescape(session.KdoExt);
-  const std::string path = OutputPath(form);
+  const std::string path = OutputPath(session);
   const std::string line = AssembleLine({.ViewerCmd = session.ViewerCmd,
                                          .Ext = session.Ext,
                                          .KdoPrf = session.KdoPrf,

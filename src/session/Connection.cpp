@@ -1,6 +1,7 @@
 #include "Connection.hpp"
 
-#include "Allgemein.hpp"
+#include <utility>
+
 #include "CheckHost.hpp"
 #include "Dispatcher.hpp"
 #include "FileReception.hpp"
@@ -10,10 +11,6 @@
 namespace quorbin {
 
 namespace {
-
-void CloseSocket(Form1& form) {
-  if (form.Winsock1.State() != 0) form.Winsock1.Close();
-}
 
 void ClearStatusFields(Form1& form) {
   StatusDisplay& show = form.FControl;
@@ -26,31 +23,18 @@ void ClearStatusFields(Form1& form) {
   }
 }
 
-void ClearSession(TransferSession& session) {
-  session.BlockCount = 0;
-  session.TotalBytes = 0;
-  session.BufLenLeft = 0;
-  for (std::string* text : {&session.Ext, &session.FileName, &session.KdoExt, &session.KdoPrf,
-                            &session.ViewerCmd, &session.PeerVersion}) {
-    text->clear();
-  }
-  session.AnyMessage = false;
-  session.InDataPhase = false;
-  session.IsBinary = false;
-  session.FileIsOpen = false;
-}
-
 }  // namespace
 
 void ConnectionRequest(Form1& form, int requestID) {
-  CloseSocket(form);
+  if (form.Winsock1.State() != 0) form.Winsock1.Close();
   const std::string address = form.Winsock1.RemoteHostIP();
-  form.Session.HostAllowed = CheckHost(form, address);
+  const bool allowed = CheckHost(form, address);
   const std::string name = form.Winsock1.RemoteHost();
   form.FControl.Write(Field::partner, name.empty() ? address : name);
   form.Winsock1.Accept(requestID);
   ClearStatusFields(form);
-  ClearSession(form.Session);
+  form.Session = TransferSession(SessionSettings(std::move(form.Session)));
+  form.Session.HostAllowed = allowed;
 }
 
 void DataArrival(Form1& form, std::int64_t ChunkLen) {
@@ -70,24 +54,10 @@ void DataArrival(Form1& form, std::int64_t ChunkLen) {
   }
 }
 
-void PeerClosed(Form1& form) {
-  CloseSocket(form);
-  form.FControl.Write(Field::aktion, Aktion::Listening);
-  if (form.Session.FileIsOpen) {
-    form.Files.Close();
-    form.Files.KillPrefix(TempFilePrefix(form));
-  }
-  Listen(form);
-}
-
 void Error(Form1& form, int Number, const std::string& Description, bool& CancelDisplay) {
   LogError(form, Number, Description);
   CancelDisplay = true;
   PeerClosed(form);
-}
-
-void LogError(Form1& form, int Number, const std::string& Description) {
-  form.FControl.AppendLine(std::string(LogLine::Error) + NumberText(Number) + " " + Description);
 }
 
 }  // namespace quorbin

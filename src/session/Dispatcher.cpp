@@ -9,6 +9,7 @@
 #include "Lifecycle.hpp"
 #include "Protocol.hpp"
 #include "RemoteName.hpp"
+#include "ResolveExtension.hpp"
 #include "Text.hpp"
 #include "Words.hpp"
 
@@ -55,6 +56,34 @@ void GiveUp(Form1& form, std::string_view /*value*/) {
 
 void Data(Form1& form, std::string_view /*value*/) { AcceptData(form); }
 
+void File(Form1& form, std::string_view value) {
+  TransferSession& session = form.Session;
+  session.FileName = ReduceName(value);
+  if (session.Ext.empty()) {
+    session.Ext = DeriveExt(session.FileName);
+    form.FControl.Write(Field::fext, std::string(AutomaticExt) + session.Ext);
+    // A refusal shows at $DATA$, through the empty ViewerCmd.
+    session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
+  }
+  form.FControl.Write(Field::kdo, session.ViewerCmd);
+  form.Winsock1.SendData(Reply::Ok);
+}
+
+void Ext(Form1& form, std::string_view value) {
+  TransferSession& session = form.Session;
+  session.Ext = value;
+  form.FControl.Write(Field::fext, session.Ext);
+  session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
+  if (!session.ExtAllowed) {
+    form.Winsock1.SendData(Reply::Ext);
+    form.Winsock1.Close();
+    Listen(form);
+    return;
+  }
+  form.FControl.Write(Field::kdo, session.ViewerCmd);
+  form.Winsock1.SendData(Reply::Ok);
+}
+
 void Binary(Form1& form, std::string_view /*value*/) {
   form.Session.IsBinary = true;
   form.FControl.Write(Field::ftp, Ftp::Binary);
@@ -98,8 +127,8 @@ constexpr std::array<Branch, 10> Branches = {{
     {Token::Eof, GiveUp},
     {Token::DataHdr, Data},  // counts as $DATA$, and so does a surplus behind either
     {Token::Data, Data},
-    {Token::File, FileBranch},
-    {Token::Ext, ExtBranch},
+    {Token::File, File},
+    {Token::Ext, Ext},
     {Token::FileTypeBinary, Binary},
     {Token::FileTypeText, Text},
     {Token::KdoExt, Suffix},

@@ -7,8 +7,8 @@
 #include <system_error>
 
 #include "Allgemein.hpp"
-#include "Connection.hpp"
 #include "Lifecycle.hpp"
+#include "PeerClosed.hpp"
 #include "Protocol.hpp"
 #include "StartViewer.hpp"
 #include "Text.hpp"
@@ -29,14 +29,14 @@ std::string GeneratedName(Form1& form) {
 std::error_code OpenOutputFile(Form1& form) {
   const bool binary = form.Session.IsBinary;
   form.FControl.Write(Field::aktion, binary ? Aktion::OpenBinary : Aktion::OpenText);
-  const std::string path = OutputPath(form);
+  const std::string path = OutputPath(form.Session);
   return binary ? form.Files.OpenForBinary(path) : form.Files.OpenForOutput(path);
 }
 
 // Moves the transfer to a generated name. What stands in the old file stays there.
 std::error_code OpenGenerated(Form1& form) {
   form.Session.FileName = GeneratedName(form);
-  form.FControl.Write(Field::dateiname, OutputPath(form));
+  form.FControl.Write(Field::dateiname, OutputPath(form.Session));
   return OpenOutputFile(form);
 }
 
@@ -51,7 +51,7 @@ bool IsUsable(std::string_view name) {
 // file system.
 std::error_code OpenAnnounced(Form1& form) {
   if (!IsUsable(form.Session.FileName)) return std::make_error_code(std::errc::invalid_argument);
-  form.Files.Kill(OutputPath(form));
+  form.Files.Kill(OutputPath(form.Session));
   return OpenOutputFile(form);
 }
 
@@ -213,7 +213,7 @@ void AcceptData(Form1& form) {
     return;
   }
   if (session.FileName.empty()) session.FileName = GeneratedName(form);
-  form.FControl.Write(Field::dateiname, OutputPath(form));
+  form.FControl.Write(Field::dateiname, OutputPath(form.Session));
   if (OpenAnnounced(form)) {
     if (const std::error_code error = OpenGenerated(form)) {
       GiveUpTransfer(form, error);

@@ -2,11 +2,7 @@
 
 #include <algorithm>
 
-#include "Lifecycle.hpp"
-#include "Protocol.hpp"
-#include "ResolveExtension.hpp"
 #include "Text.hpp"
-#include "Words.hpp"
 
 namespace quorbin {
 
@@ -36,34 +32,6 @@ std::string ReduceName(std::string_view value) {
 
 std::string DeriveExt(std::string_view FileName) {
   return std::string(FileName.substr(FileName.size() - std::min(FileName.size(), ExtLength)));
-}
-
-void FileBranch(Form1& form, std::string_view value) {
-  TransferSession& session = form.Session;
-  session.FileName = ReduceName(value);
-  if (session.Ext.empty()) {
-    session.Ext = DeriveExt(session.FileName);
-    form.FControl.Write(Field::fext, std::string(AutomaticExt) + session.Ext);
-    // A refusal shows at $DATA$, through the empty ViewerCmd.
-    session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
-  }
-  form.FControl.Write(Field::kdo, session.ViewerCmd);
-  form.Winsock1.SendData(Reply::Ok);
-}
-
-void ExtBranch(Form1& form, std::string_view value) {
-  TransferSession& session = form.Session;
-  session.Ext = value;
-  form.FControl.Write(Field::fext, session.Ext);
-  session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
-  if (!session.ExtAllowed) {
-    form.Winsock1.SendData(Reply::Ext);
-    form.Winsock1.Close();
-    Listen(form);
-    return;
-  }
-  form.FControl.Write(Field::kdo, session.ViewerCmd);
-  form.Winsock1.SendData(Reply::Ok);
 }
 
 }  // namespace quorbin

@@ -3,8 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "Form1.hpp"
-
 namespace quorbin {
 
 // The sender's notation of a file ("/BS2/...", "*POSIX(...)", a path) reduced to its last name,
@@ -13,9 +11,5 @@ std::string ReduceName(std::string_view value);
 
 // The extension taken from a name: its last four characters, or all of it if it is shorter.
 std::string DeriveExt(std::string_view FileName);
-
-// Branches of the dispatcher: "$FILE$:" and "$EXT$:" with the value behind the token.
-void FileBranch(Form1& form, std::string_view value);
-void ExtBranch(Form1& form, std::string_view value);
 
 }  // namespace quorbin

@@ -52,13 +52,13 @@ void Load(Form1& form) {
   SetListeningPort(form);
   Listen(form);
   SetNamePrefix(form);
-  form.Files.KillPrefix(TempFilePrefix(form));  // what an earlier run left behind
+  form.Files.KillPrefix(TempFilePrefix(form.Session));  // what an earlier run left behind
   form.FControl.Write(Field::aktion, Aktion::Listening);
 }
 
 void QueryUnload(Form1& form, std::int16_t& Cancel) {
   form.FControl.CloseWindow();
-  form.Files.KillPrefix(TempFilePrefix(form));
+  form.Files.KillPrefix(TempFilePrefix(form.Session));
   ShutdownTray(form, form.Window.Handle());
   Cancel = 0;
 }
@@ -69,14 +69,6 @@ void Listen(Form1& form) {
     EndWithMessage(form, "Can't listen on port " + std::to_string(form.Winsock1.LocalPort()) +
                              ": " + error.message());
   }
-}
-
-std::string OutputPath(const Form1& form) {
-  return form.Session.TempDir + form.Session.NamePrefix + form.Session.FileName;
-}
-
-std::string TempFilePrefix(const Form1& form) {
-  return form.Session.TempDir + form.Session.NamePrefix;
 }
 
 }  // namespace quorbin

@@ -22,8 +22,4 @@ void QueryUnload(Form1& form, std::int16_t& Cancel);
 // and the reason and ends the process: a supervisor restarts it, which is better than a deaf one.
 void Listen(Form1& form);
 
-// Where the present file goes, and what the names of all received files begin with.
-std::string OutputPath(const Form1& form);
-std::string TempFilePrefix(const Form1& form);
-
 }  // namespace quorbin

@@ -1,0 +1,18 @@
+#pragma once
+
+// The end of a connection that its peer or an error makes, wherever it is noticed.
+
+#include <string>
+
+#include "Form1.hpp"
+
+namespace quorbin {
+
+// The connection is over from the peer's side, or by an error: a partial file and all other
+// received files are deleted, and the program listens again. Also the Close event.
+void PeerClosed(Form1& form);
+
+// Appends "Error: " with number and text to the log, at every LogLevel.
+void LogError(Form1& form, int Number, const std::string& Description);
+
+}  // namespace quorbin
