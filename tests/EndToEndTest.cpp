@@ -1,8 +1,14 @@
 // The built service, spoken to over TCP.
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+#include <vector>
 
 #include "Service.hpp"
 
@@ -77,6 +83,110 @@ TEST(EndToEnd, ExitStatusAndMessages) {
   }
   EXPECT_EQ(peer.Talk("$EOF$"), "(closed)");
   ExpectService(service);
+}
+
+// What a process of another user tries on the service's port.
+struct BindAttempts {
+  std::atomic<bool> End = false;
+  std::atomic<long> Refused = 0;
+  std::atomic<long> Taken = 0;
+};
+
+// Binds the port to every address, under every option that shares one.
+void BindAllTheTime(BindAttempts& attempts, int port) {
+  const auto portBytes = htons(static_cast<in_port_t>(port));
+  const sockaddr_in any4 = {AF_INET, portBytes, {INADDR_ANY}, {}};
+  const sockaddr_in loopback4 = {AF_INET, portBytes, {htonl(INADDR_LOOPBACK)}, {}};
+  const sockaddr_in6 any6 = {AF_INET6, portBytes, 0, in6addr_any, 0};
+  const sockaddr_in6 loopback6 = {AF_INET6, portBytes, 0, in6addr_loopback, 0};
+  const auto attempt = [&](const auto& address, int family, bool reuseAddress, bool reusePort) {
+    const int on = 1;
+    const Fd socket(::socket(family, SOCK_STREAM, 0));
+    if (reuseAddress) ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (reusePort) ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
+    const auto* general = reinterpret_cast<const sockaddr*>(&address);
+    if (::bind(socket.Get(), general, sizeof address) == 0) {
+      ++attempts.Taken;
+    } else if (errno == EADDRINUSE) {
+      ++attempts.Refused;
+    }
+  };
+  while (!attempts.End) {
+    for (const auto& [reuseAddress, reusePort] :
+         {std::pair(true, false), std::pair(false, true), std::pair(true, true)}) {
+      attempt(any4, AF_INET, reuseAddress, reusePort);
+      attempt(loopback4, AF_INET, reuseAddress, reusePort);
+      attempt(any6, AF_INET6, reuseAddress, reusePort);
+      attempt(loopback6, AF_INET6, reuseAddress, reusePort);
+    }
+  }
+}
+
+TEST(EndToEnd, NoOtherUserTakesThePort) {
+  if (::geteuid() != 0) GTEST_SKIP() << "no rights to become another user";
+  Running service;
+  void* const shared = ::mmap(nullptr, sizeof(BindAttempts), PROT_READ | PROT_WRITE,
+                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto* const attempts = new (shared) BindAttempts;
+  const pid_t other = ::fork();
+  if (other == 0) {
+    constexpr uid_t nobody = 65534;
+    if (::setresuid(nobody, nobody, nobody) == 0) BindAllTheTime(*attempts, service.Port);
+    ::_exit(0);
+  }
+  const char* const wanted = std::getenv("QUORBIN_BIND_ATTEMPTS");
+  const long least = wanted != nullptr ? std::atol(wanted) : 20000;
+  // Each connection stops the listener and opens it again.
+  EXPECT_TRUE(Eventually([&] {
+    for (int i = 0; i < 100; ++i) service.Connect().Talk("$EOF$");
+    return attempts->Refused + attempts->Taken >= least;
+  }));
+  attempts->End = true;
+  ::waitpid(other, nullptr, 0);
+  EXPECT_EQ(attempts->Taken, 0);
+  EXPECT_GE(attempts->Refused, least);
+  ExpectService(service);
+  ::munmap(shared, sizeof(BindAttempts));
+}
+
+TEST(EndToEnd, StartsOverWhatAnEarlierRunHasLeft) {
+  Running service;
+  // The side that closes first remembers the connection; the other one is still open.
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(service.Connect().Talk("$EOF$"), "(closed)");
+  const Peer peer = service.Connect();
+  EXPECT_EQ(peer.Talk("$VERSION$:1"), "+OK1.1.03");
+  service.Stop(SIGKILL);
+  ASSERT_TRUE(service.Start());
+  ExpectService(service);
+  ExpectService(service);
+}
+
+// A dropped request comes again after a second; one that is refused costs nothing.
+TEST(EndToEnd, ACrowdIsRefusedAtOnce) {
+  Running service;
+  std::atomic<int> served = 0;
+  std::atomic<int> dropped = 0;
+  const auto send = [&] {
+    const auto end = std::chrono::steady_clock::now() + Patience;
+    while (std::chrono::steady_clock::now() < end) {
+      const auto start = std::chrono::steady_clock::now();
+      const Peer peer = Peer::Tcp(service.Port);
+      if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(900)) ++dropped;
+      if (peer && peer.Talk("$VERSION$:1") == "+OK1.1.03") {
+        ++served;
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+  };
+  constexpr int senders = 100;
+  std::vector<std::thread> crowd;
+  for (int i = 0; i < senders; ++i) crowd.emplace_back(send);
+  for (std::thread& sender : crowd) sender.join();
+  EXPECT_EQ(served, senders);
+  // The system itself may drop the one that it looks at while the listener is being stopped.
+  EXPECT_LE(dropped, senders / 20);
 }
 
 TEST(EndToEnd, PortOfTheSystemsChoiceIsKept) {

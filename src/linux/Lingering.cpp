@@ -1,0 +1,78 @@
+#include "Lingering.hpp"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace quorbin {
+
+namespace {
+
+constexpr std::size_t MaxEntries = 16;                         // then the oldest is cut
+constexpr std::size_t MaxBytes = std::size_t{16} << 20U;       // read away of one connection
+constexpr std::size_t BytesPerEvent = std::size_t{64} << 10U;  // so that none delays the next peer
+
+}  // namespace
+
+Lingering::~Lingering() {
+  while (!entries_.empty()) Forget(entries_.begin());
+}
+
+void Lingering::Add(Fd connection, SendQueue replies, bool peerHasClosed) {
+  if (replies.Empty()) {
+    if (peerHasClosed) return;
+    ::shutdown(connection.Get(), SHUT_WR);
+  }
+  if (entries_.size() == MaxEntries) Forget(entries_.begin());
+  entries_.push_back({std::move(connection), std::move(replies), MaxBytes, peerHasClosed});
+  Watch(std::prev(entries_.end()));
+}
+
+void Lingering::Watch(Place entry) {
+  // The end of a peer's side would be reported again and again.
+  const unsigned readiness = (entry->PeerHasClosed ? 0U : EventLoop::Readable) |
+                             (entry->Replies.Empty() ? 0U : EventLoop::Writable);
+  loop_.Watch(entry->Connection.Get(), readiness, [this, entry](unsigned) { Ready(entry); });
+}
+
+void Lingering::Ready(Place entry) {
+  if (!entry->Replies.Empty()) {
+    const SendQueue::Result result = entry->Replies.Flush(entry->Connection.Get());
+    const bool sent = result == SendQueue::Result::Sent;
+    if (result == SendQueue::Result::Failed || (sent && entry->PeerHasClosed)) {
+      Forget(entry);
+      return;
+    }
+    if (sent) {
+      ::shutdown(entry->Connection.Get(), SHUT_WR);
+      Watch(entry);
+    }
+  }
+  if (!entry->PeerHasClosed) ReadAway(entry);
+}
+
+void Lingering::ReadAway(Place entry) {
+  std::array<char, BytesPerEvent> bytes;
+  const ssize_t count = ::recv(entry->Connection.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count == 0 && !entry->Replies.Empty()) {
+    entry->PeerHasClosed = true;  // but may read on
+    Watch(entry);
+    return;
+  }
+  if (count <= 0 || static_cast<std::size_t>(count) > entry->Budget) {
+    Forget(entry);
+    return;
+  }
+  entry->Budget -= static_cast<std::size_t>(count);
+}
+
+void Lingering::Forget(Place entry) {
+  loop_.Unwatch(entry->Connection.Get());
+  entries_.erase(entry);
+}
+
+}  // namespace quorbin

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+
+#include "EventLoop.hpp"
+#include "Fd.hpp"
+#include "SendQueue.hpp"
+
+namespace quorbin {
+
+// Connections that the program has closed and whose last replies must still reach the peer. Unread
+// bytes at close() would turn into a reset that can overtake a reply, so first the replies go out,
+// then the writing side is shut down, and what the peer still sends is read away until it closes.
+// All of that happens between the events of the next connection and is bounded in bytes and number.
+class Lingering {
+ public:
+  // The loop must outlive the object, whose end cuts what still lingers.
+  explicit Lingering(EventLoop& loop) : loop_(loop) {}
+  Lingering(const Lingering&) = delete;
+  Lingering& operator=(const Lingering&) = delete;
+  ~Lingering();
+
+  // Takes over a connection that is not watched, and the replies that wait in front of its end.
+  // peerHasClosed: the end of its side has been read, so that nothing unread can be left.
+  void Add(Fd connection, SendQueue replies, bool peerHasClosed);
+
+ private:
+  struct Entry {
+    Fd Connection;
+    SendQueue Replies;
+    std::size_t Budget;  // bytes still read away before the connection is cut
+    bool PeerHasClosed;  // its side; replies still go out
+  };
+  using Place = std::list<Entry>::iterator;
+
+  void Watch(Place entry);
+  void Ready(Place entry);
+  void ReadAway(Place entry);
+  void Forget(Place entry);
+
+  EventLoop& loop_;
+  std::list<Entry> entries_;  // oldest first
+};
+
+}  // namespace quorbin
