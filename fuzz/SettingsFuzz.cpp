@@ -43,11 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(command.size() < LongValue, "a value is cut", file);
     world.resolver.name = key;
     if (world.form.HostMode == HostModeLink) {
-      fuzz::Require(!CheckHost(world.form, "10.0.0.7"), "the unused table admits nobody", file);
+      fuzz::Require(!CheckHost(world.form, "10.0.0.7").Allowed, "the unused table admits nobody", file);
     } else {
       const std::string_view all = FindSetting(file, "Hosts", "Default").value_or("");
       const bool listed = FindSetting(file, "Hosts", "10.0.0.7") || FindSetting(file, "Hosts", key);
-      const bool admitted = CheckHost(world.form, "10.0.0.7");
+      const bool admitted = CheckHost(world.form, "10.0.0.7").Allowed;
       if (!listed && all == "*deny") fuzz::Require(!admitted, "the default denies", file);
       if (!listed && all == "*allow") fuzz::Require(admitted, "the default admits", file);
     }

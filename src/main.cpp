@@ -26,6 +26,7 @@
 #include "Signals.hpp"
 #include "StandardOutput.hpp"
 #include "StandardStreams.hpp"
+#include "SystemJournal.hpp"
 #include "TcpSocket.hpp"
 #include "UnixComputer.hpp"
 #include "Windows.hpp"
@@ -77,6 +78,7 @@ int Serve(Signals& signals, const Front& front) {
   OutputFiles files;
   Processes processes([] { return OpenCommandOfClass("text/plain"); });
   LinkServer link(front.Loop, instanceDir);
+  SystemJournal journal;
 
   Form1 form({.Winsock1 = winsock,
               .Socket1 = resolver,
@@ -88,7 +90,8 @@ int Serve(Signals& signals, const Front& front) {
               .Window = front.Window,
               .Tray = front.Tray,
               .Link = link,
-              .App = computer});
+              .App = computer,
+              .Audit = journal});
 
   winsock.SetEvents({.ConnectionRequest = AsEvent(form, ConnectionRequest),
                      .DataArrival = AsEvent(form, DataArrival),

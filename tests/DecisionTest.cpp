@@ -119,7 +119,7 @@ TEST(CheckHost, ProfileMode) {
       for (const std::string& other : Strings{"", "\n[Hosts]\nunrelated=*allow"}) {
         World world("[Hosts]\n" + hosts + other);
         world.resolver.name = "pca";
-        const std::string admitted = CheckHost(world.form, "10.0.0.7") ? "admitted" : "refused";
+        const std::string admitted = CheckHost(world.form, "10.0.0.7").Allowed ? "admitted" : "refused";
         const std::string byName = world.journal.empty() ? "" : " by name";
         if (other.empty()) {
           EXPECT_EQ(admitted + byName, decision) << hosts;
@@ -203,10 +203,10 @@ TEST(LinkExecute, CommandTable) {
       {"con 10.0.0.7", "+con"},  {"DIS 10.0.0.7", "+dis"}, {"nothing", "-dis"},
   };
   for (const auto& [command, answer] : rows) EXPECT_EQ(run(command), answer) << command;
-  EXPECT_TRUE(CheckHost(world.form, "10.0.0.7"));  // its second entry
-  EXPECT_TRUE(CheckHost(world.form, "10.0.0.8"));  // blanks round an entry don't count
-  EXPECT_FALSE(CheckHost(world.form, "pca"));
-  EXPECT_FALSE(CheckHost(world.form, ""));  // neither a free slot nor the entry of a blank
+  EXPECT_TRUE(CheckHost(world.form, "10.0.0.7").Allowed);  // its second entry
+  EXPECT_TRUE(CheckHost(world.form, "10.0.0.8").Allowed);  // blanks round an entry don't count
+  EXPECT_FALSE(CheckHost(world.form, "pca").Allowed);
+  EXPECT_FALSE(CheckHost(world.form, "").Allowed);  // neither a free slot nor the entry of a blank
 
   for (int free = 29; free > 0; --free) EXPECT_EQ(run("con x"), "+con");
   EXPECT_EQ(run("con y"), "-con");  // the 34th entry

@@ -208,6 +208,11 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   std::map<std::string, std::string> environment = {{"TMP", "/t"}};
 };
 
+struct FakeAudit : quorbin::Journal {
+  void Write(const JournalEntry& entry) override { entries.push_back(entry); }
+  std::vector<JournalEntry> entries;
+};
+
 // Form1 on the fakes.
 struct World {
   Journal journal;
@@ -218,8 +223,9 @@ struct World {
   FakeFiles files{journal};
   FakeWindows windows{journal};
   FakeComputer computer{journal};
+  FakeAudit audit;
   Form1 form{Platform{winsock, resolver, profile, registry, files, computer, windows, windows,
-                      windows, computer, computer}};
+                      windows, computer, computer, audit}};
 
   // Started, with text files opened by "view".
   explicit World(const std::string& ini = "[Extensions]\ntxt=view \"%1\"\n") {

@@ -78,9 +78,9 @@ void StartViewer(Form1& form) {
                            std::string(LogLine::Bytes));
   if (RunsReceivedFile(line, path)) form.Files.MakeExecutable(path);
   std::string result(Resu::StartedTask);
-  if (const std::optional<int> task = form.Process.Shell(std::string(RTrim(line)))) {
-    result += std::to_string(*task);
-  }
+  session.CommandLine = line;
+  session.Task = form.Process.Shell(std::string(RTrim(line)));
+  if (session.Task) result += std::to_string(*session.Task);
   form.FControl.Write(Field::resu, result);
 }
 

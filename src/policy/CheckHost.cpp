@@ -34,18 +34,24 @@ std::string PeerName(Form1& form, const std::string& address) {
 
 }  // namespace
 
-bool CheckHost(Form1& form, const std::string& PeerAddress) {
-  if (form.HostMode == HostModeLink) return InLinkTable(form, PeerAddress);
+HostDecision CheckHost(Form1& form, const std::string& PeerAddress) {
+  if (form.HostMode == HostModeLink) return {InLinkTable(form, PeerAddress), "link table"};
 
   const std::string_view builtIn = form.HostMode == DenyByDefault ? Keyword::Deny : Keyword::Allow;
   const std::string hostDefault = ReadDefault(form, Section::Hosts, builtIn, LongValue);
   const auto entry = [&](std::string_view key) {
     return ReadSetting(form, Section::Hosts, key, hostDefault, LongValue);
   };
+  const auto decision = [](const std::string& key, const std::string& value) {
+    return HostDecision{value != Keyword::Deny, key + "=" + value};
+  };
+  const std::string address(Trim(PeerAddress));
+  std::string value = entry(address);
+  if (value != hostDefault) return decision(address, value);
   // An entry that says the same as the default settles nothing: the name decides.
-  std::string value = entry(Trim(PeerAddress));
-  if (value == hostDefault) value = entry(PeerName(form, PeerAddress));
-  return value != Keyword::Deny;
+  const std::string name = PeerName(form, PeerAddress);
+  value = entry(name);
+  return decision(value != hostDefault ? name : std::string(Key::Default), value);
 }
 
 }  // namespace quorbin

@@ -6,9 +6,14 @@
 
 namespace quorbin {
 
+struct HostDecision {
+  bool Allowed = false;
+  std::string By;  // the entry or default that decided, for whoever asks why
+};
+
 // Whether the peer may use the service: by the link channel's table in link mode, else by the
 // section Hosts, first under the address and then under its host name. May wait for the name
 // service where the address alone settles nothing.
-bool CheckHost(Form1& form, const std::string& PeerAddress);
+HostDecision CheckHost(Form1& form, const std::string& PeerAddress);
 
 }  // namespace quorbin

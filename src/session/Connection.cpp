@@ -4,6 +4,7 @@
 
 #include "CheckHost.hpp"
 #include "Dispatcher.hpp"
+#include "ConnectionRecord.hpp"
 #include "FileReception.hpp"
 #include "Lifecycle.hpp"
 #include "Words.hpp"
@@ -28,13 +29,16 @@ void ClearStatusFields(Form1& form) {
 void ConnectionRequest(Form1& form, int requestID) {
   if (form.Winsock1.State() != 0) form.Winsock1.Close();
   const std::string address = form.Winsock1.RemoteHostIP();
-  const bool allowed = CheckHost(form, address);
+  HostDecision decision = CheckHost(form, address);
   const std::string name = form.Winsock1.RemoteHost();
   form.FControl.Write(Field::partner, name.empty() ? address : name);
   form.Winsock1.Accept(requestID);
   ClearStatusFields(form);
   form.Session = TransferSession(SessionSettings(std::move(form.Session)));
-  form.Session.HostAllowed = allowed;
+  form.Session.HostAllowed = decision.Allowed;
+  form.Session.Unrecorded = true;
+  form.Session.PeerAddress = address;
+  form.Session.DecidedBy = std::move(decision.By);
 }
 
 void DataArrival(Form1& form, std::int64_t ChunkLen) {
@@ -44,6 +48,7 @@ void DataArrival(Form1& form, std::int64_t ChunkLen) {
     form.FControl.Write(Field::aktion, Aktion::Listening);
     Listen(form);
     form.FControl.Write(Field::resu, Resu::HostDenied);
+    RecordConnection(form, Resu::HostDenied, Ending::Bad);
     return;
   }
   form.FControl.Write(Field::resu, Resu::Ok);

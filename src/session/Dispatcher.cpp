@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "ConnectionRecord.hpp"
 #include "FileReception.hpp"
 #include "Lifecycle.hpp"
 #include "Protocol.hpp"
@@ -52,6 +53,7 @@ void GiveUp(Form1& form, std::string_view /*value*/) {
   Listen(form);
   form.FControl.Write(Field::aktion, Aktion::Listening);
   form.FControl.Write(Field::partner, "");
+  RecordConnection(form, Outcome::GivenUp, Ending::Good);
 }
 
 void Data(Form1& form, std::string_view /*value*/) { AcceptData(form); }
@@ -78,6 +80,7 @@ void Ext(Form1& form, std::string_view value) {
     form.Winsock1.SendData(Reply::Ext);
     form.Winsock1.Close();
     Listen(form);
+    RecordConnection(form, form.FControl.Text(Field::resu), Ending::Bad);
     return;
   }
   form.FControl.Write(Field::kdo, session.ViewerCmd);
@@ -154,6 +157,7 @@ void Dispatch(Form1& form) {
     form.FControl.Write(Field::aktion, Aktion::Listening);
     form.Winsock1.Close();
     Listen(form);
+    RecordConnection(form, Outcome::WebRequest, Ending::Bad);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "Allgemein.hpp"
+#include "ConnectionRecord.hpp"
 #include "Lifecycle.hpp"
 #include "PeerClosed.hpp"
 #include "Protocol.hpp"
@@ -109,6 +110,9 @@ void EndOfData(Form1& form, std::string_view reply, std::string_view aktion) {
     StartViewer(form);
   }
   Listen(form);
+  const bool started = form.Session.Task.has_value();
+  RecordConnection(form, started ? Outcome::ViewerStarted : Outcome::ViewerNotStarted,
+                   started && reply == Reply::Ok ? Ending::Good : Ending::Bad);
 }
 
 void EndOfDataPlain(Form1& form) { EndOfData(form, Reply::Ok, Aktion::Executing); }
@@ -210,6 +214,7 @@ void AcceptData(Form1& form) {
     form.FControl.Write(Field::aktion, Aktion::Listening);
     form.Winsock1.Close();
     Listen(form);
+    RecordConnection(form, Resu::WrongCommand, Ending::Bad);
     return;
   }
   if (session.FileName.empty()) session.FileName = GeneratedName(form);

@@ -33,9 +33,7 @@ std::int16_t ReplaceSlot(Form1& form, std::string_view held, std::string_view te
   return Accepted;
 }
 
-}  // namespace
-
-void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
+void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   if (form.ControlMode == 0) {
     Cancel = Refused;
     return;
@@ -66,15 +64,32 @@ void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   }
 }
 
+void Record(Form1& form, std::string_view verb, const std::string& text, bool accepted) {
+  const std::string_view answer = accepted ? "accepted" : "refused";
+  const std::string message = "link " + std::string(verb) + " " + text + ": " + std::string(answer);
+  form.Audit.Write({.Warning = !accepted,
+                    .Message = message,
+                    .Fields = {{"LINK_COMMAND", std::string(verb) + " " + text},
+                               {"VERDICT", std::string(answer)}}});
+}
+
+}  // namespace
+
+void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
+  Execute(form, CmdStr, Cancel);
+  Record(form, "execute", CmdStr, Cancel == Accepted);
+}
+
 std::optional<std::string> LinkRequest(const Form1& form, const std::string& item) {
   if (item != StopItem) return std::nullopt;
   return form.Window.StopsrvCaption();
 }
 
 bool LinkNotify(Form1& form, const std::string& item) {
-  if (item != StopItem || form.ControlMode == 0) return false;
-  form.Window.Close();
-  return true;
+  const bool accepted = item == StopItem && form.ControlMode != 0;
+  if (accepted) form.Window.Close();
+  Record(form, "notify", item, accepted);
+  return accepted;
 }
 
 }  // namespace quorbin

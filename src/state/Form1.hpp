@@ -8,6 +8,7 @@
 #include "AddressResolver.hpp"
 #include "Computer.hpp"
 #include "FileSystem.hpp"
+#include "Journal.hpp"
 #include "LinkChannel.hpp"
 #include "MainWindow.hpp"
 #include "ProcessStarter.hpp"
@@ -37,6 +38,7 @@ struct Platform {
   ShellTray& Tray;
   LinkChannel& Link;
   Computer& App;
+  Journal& Audit;
 };
 
 // The one object that holds all state, from start-up to the end of the program.

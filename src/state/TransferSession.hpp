@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,6 +45,15 @@ struct TransferSession : SessionSettings {
   std::int64_t BlockCount = 0;
   std::int64_t BufLenLeft = 0;  // still owed of the announced buffer; negative: too much came
   std::int64_t TotalBytes = 0;  // received for the output file, buffer headers not counted
+
+  // For the journal alone, which gets one entry when the connection ends.
+  bool Unrecorded = false;    // a connection has begun whose entry is still to be written
+  std::string PeerAddress;    // as CheckHost saw it
+  std::string DecidedBy;      // what admitted or refused the peer
+  std::string CommandLine;    // of the viewer that was started, or was to be
+  std::optional<int> Task;    // its number; nullopt if none was started
+  std::string LastError;      // number and text of the last line "Error: " of the log
+  std::chrono::steady_clock::time_point Begin = std::chrono::steady_clock::now();
 };
 
 // What the names of all received files begin with, directory included.

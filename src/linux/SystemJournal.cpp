@@ -1,0 +1,93 @@
+#include "SystemJournal.hpp"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <string_view>
+#include <utility>
+
+#include "Printable.hpp"
+
+namespace quorbin {
+
+namespace {
+
+constexpr std::string_view Identifier = "quorbin";
+
+// The beginning of the text, printable.
+std::string Shown(std::string_view bytes, std::size_t longest) {
+  // Escaping never shortens, so no more of a huge text need be looked at.
+  std::string text = Printable(bytes.substr(0, longest));
+  if (text.size() <= longest) return text;
+  text.resize(longest);
+  // Half a character at the end would make the journal take all of the text for binary.
+  while (!text.empty() && static_cast<unsigned char>(text.back()) >= 0x80) text.pop_back();
+  return text;
+}
+
+std::string ShownMessage(const JournalEntry& entry) {
+  return Shown(entry.Message, 4 * SystemJournal::LongestValue);
+}
+
+int Severity(const JournalEntry& entry) { return entry.Warning ? LOG_WARNING : LOG_INFO; }
+
+// A line for each field. No value holds a line end once it is printable.
+std::string JournalDatagram(const JournalEntry& entry) {
+  std::string datagram = "MESSAGE=" + ShownMessage(entry);
+  datagram += "\nPRIORITY=" + std::to_string(Severity(entry));
+  datagram += "\nSYSLOG_IDENTIFIER=";
+  datagram += Identifier;
+  for (const JournalEntry::Field& field : entry.Fields) {
+    datagram += '\n';
+    datagram += field.Name;
+    datagram += '=';
+    datagram += Shown(field.Value, SystemJournal::LongestValue);
+  }
+  datagram += '\n';
+  return datagram;
+}
+
+// The form that every syslog daemon reads: priority, local time with an English month, tag, text.
+std::string SyslogDatagram(const JournalEntry& entry) {
+  constexpr std::array months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  std::array<char, 100> head{};
+  std::snprintf(head.data(), head.size(),
+                "<%d>%s %2d %02d:%02d:%02d %s[%d]: ", LOG_USER | Severity(entry),
+                months.at(static_cast<std::size_t>(local.tm_mon)), local.tm_mday, local.tm_hour,
+                local.tm_min, local.tm_sec, Identifier.data(), static_cast<int>(::getpid()));
+  return head.data() + ShownMessage(entry);
+}
+
+bool SendTo(int socket, const std::string& path, std::string_view datagram) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return false;
+  path.copy(address.sun_path, path.size());
+  return ::sendto(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0;
+}
+
+}  // namespace
+
+SystemJournal::SystemJournal(std::string journalSocket, std::string syslogSocket)
+    : journalSocket_(std::move(journalSocket)),
+      syslogSocket_(std::move(syslogSocket)),
+      socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {}
+
+void SystemJournal::Write(const JournalEntry& entry) {
+  // A full queue is not asked a second time: the journal reads the syslog socket as well.
+  if (SendTo(socket_.Get(), journalSocket_, JournalDatagram(entry)) || errno == EAGAIN) return;
+  SendTo(socket_.Get(), syslogSocket_, SyslogDatagram(entry));
+}
+
+}  // namespace quorbin

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorbin {
+
+// One entry of the system's journal. Texts are bytes as they came from wherever they came.
+struct JournalEntry {
+  struct Field {
+    std::string_view Name;  // capitals, digits and underscores, as the journal demands
+    std::string Value;
+  };
+
+  bool Warning = false;  // a refusal or a failure: somebody may ask why
+  std::string Message;   // all of it in one line
+  std::vector<Field> Fields;
+};
+
+// Where the administrator reads afterwards what has happened.
+class Journal {
+ public:
+  Journal() = default;
+  Journal(const Journal&) = delete;
+  Journal& operator=(const Journal&) = delete;
+  virtual ~Journal() = default;
+
+  // Never waits and never fails: an entry that nobody takes at once is lost. Texts are written so
+  // that they can't steer a terminal or forge a field.
+  virtual void Write(const JournalEntry& entry) = 0;
+};
+
+}  // namespace quorbin
