@@ -43,7 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(command.size() < LongValue, "a value is cut", file);
     world.resolver.name = key;
     if (world.form.HostMode == HostModeLink) {
-      fuzz::Require(!CheckHost(world.form, "10.0.0.7").Allowed, "the unused table admits nobody", file);
+      fuzz::Require(!CheckHost(world.form, "10.0.0.7").Allowed, "the unused table admits nobody",
+                    file);
     } else {
       const std::string_view all = FindSetting(file, "Hosts", "Default").value_or("");
       const bool listed = FindSetting(file, "Hosts", "10.0.0.7") || FindSetting(file, "Hosts", key);

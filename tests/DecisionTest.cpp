@@ -119,7 +119,8 @@ TEST(CheckHost, ProfileMode) {
       for (const std::string& other : Strings{"", "\n[Hosts]\nunrelated=*allow"}) {
         World world("[Hosts]\n" + hosts + other);
         world.resolver.name = "pca";
-        const std::string admitted = CheckHost(world.form, "10.0.0.7").Allowed ? "admitted" : "refused";
+        const std::string admitted =
+            CheckHost(world.form, "10.0.0.7").Allowed ? "admitted" : "refused";
         const std::string byName = world.journal.empty() ? "" : " by name";
         if (other.empty()) {
           EXPECT_EQ(admitted + byName, decision) << hosts;
@@ -217,6 +218,10 @@ TEST(LinkExecute, CommandTable) {
   EXPECT_EQ(world.Effects().find("Resolve"), std::string::npos);  // the table has no names
   EXPECT_EQ(run("StopSrv now"), "+quorbin stopped");
   EXPECT_EQ(world.Effects(), "stopsrv=quorbin stopped; LinkMode 0; CloseMain; ");
+
+  const std::vector<JournalEntry>& entries = world.audit.entries;
+  EXPECT_EQ(entries.front().Message, "link execute stopsrv: refused");
+  EXPECT_EQ(entries.back().Message, "link execute StopSrv now: accepted");
 }
 
 }  // namespace

@@ -234,6 +234,59 @@ TEST(Order, PeerThatGoes) {
   EXPECT_EQ(world.Chunk("$FILE$:b.txt"), "+OK");
 }
 
+// The fields of the one entry that a connection leaves, but for its peer and duration.
+TEST(Record, OneEntryForEachConnection) {
+  const std::string admitted = "VERDICT=admitted DECIDED_BY=Default=*allow ";
+  const std::string text = "FILE=a.txt EXTENSION=.txt ";
+  const std::string viewer = "COMMAND=view \"/t/f$~.a.txt\" TASK=1234 RESULT=viewer started ";
+  const struct {
+    std::string Hosts, Chunks, Fields;
+    bool Warning;
+  } rows[] = {
+      {"10.0.0.7=*deny", "x", "VERDICT=refused DECIDED_BY=10.0.0.7=*deny RESULT=Hostaccess denied ",
+       true},
+      {"", "$VERSION$:2|$EOF$", admitted + "PEER_VERSION=2 RESULT=given up by the sender ", false},
+      {"", "$EXT$:.unk", admitted + "EXTENSION=.unk RESULT=wrong extension ", true},
+      {"", "$FILE$:a.unk|$DATA$", admitted + "FILE=a.unk EXTENSION=.unk RESULT=wrong command ",
+       true},
+      {"", "POST / HTTP/1.1", admitted + "RESULT=request of a web page ", true},
+      {"10.0.0.7=*yes", "$FILE$:a.txt|$DATA$|xyz|$EOF$",
+       "VERDICT=admitted DECIDED_BY=10.0.0.7=*yes " + text + "BYTES=3 " + viewer, false},
+      {"", "$FILE$:a.txt|$FILETYPE$:B|$DATA$|$BUFFLEN$0000000030xyz$EOF$",
+       admitted + text + "BYTES=8 " + viewer, true},
+      {"", "$FILE$:a.txt|$DATA$|xyz|(closed)",
+       admitted + text + "BYTES=3 RESULT=transfer broken off ", true},
+      {"", "(closed)", admitted + "RESULT=closed by the peer ", false},
+      {"", "(error)", admitted + "RESULT=closed by the peer ERROR=104 reset ", true},
+  };
+  for (const auto& row : rows) {
+    World world("[Extensions]\ntxt=view \"%1\"\n[Hosts]\n" + row.Hosts);
+    world.Connect();
+    std::istringstream chunks(row.Chunks);
+    for (std::string chunk; std::getline(chunks, chunk, '|');) {
+      bool cancelDisplay = false;
+      if (chunk == "(closed)") {
+        PeerClosed(world.form);
+      } else if (chunk == "(error)") {
+        Error(world.form, 104, "reset", cancelDisplay);
+      } else {
+        world.Chunk(chunk);
+      }
+    }
+    // An error of the listener ends no connection.
+    PeerClosed(world.form);
+    ASSERT_EQ(world.audit.entries.size(), 1U) << row.Chunks;
+    const JournalEntry& entry = world.audit.entries.front();
+    std::string fields;
+    for (const JournalEntry::Field& field : entry.Fields) {
+      if (field.Name == "PEER" || field.Name == "DURATION_MS") continue;
+      fields += std::string(field.Name) + "=" + field.Value + " ";
+    }
+    EXPECT_EQ(fields, row.Fields) << row.Chunks;
+    EXPECT_EQ(entry.Warning, row.Warning) << row.Chunks;
+  }
+}
+
 TEST(Order, StartAndEnd) {
   World world;
   world.form.OldWndProc = nullptr;

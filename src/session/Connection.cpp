@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "CheckHost.hpp"
-#include "Dispatcher.hpp"
 #include "ConnectionRecord.hpp"
+#include "Dispatcher.hpp"
 #include "FileReception.hpp"
 #include "Lifecycle.hpp"
 #include "Words.hpp"

@@ -47,12 +47,12 @@ struct TransferSession : SessionSettings {
   std::int64_t TotalBytes = 0;  // received for the output file, buffer headers not counted
 
   // For the journal alone, which gets one entry when the connection ends.
-  bool Unrecorded = false;    // a connection has begun whose entry is still to be written
-  std::string PeerAddress;    // as CheckHost saw it
-  std::string DecidedBy;      // what admitted or refused the peer
-  std::string CommandLine;    // of the viewer that was started, or was to be
-  std::optional<int> Task;    // its number; nullopt if none was started
-  std::string LastError;      // number and text of the last line "Error: " of the log
+  bool Unrecorded = false;  // a connection has begun whose entry is still to be written
+  std::string PeerAddress;  // as CheckHost saw it
+  std::string DecidedBy;    // what admitted or refused the peer
+  std::string CommandLine;  // of the viewer that was started, or was to be
+  std::optional<int> Task;  // its number; nullopt if none was started
+  std::string LastError;    // number and text of the last line "Error: " of the log
   std::chrono::steady_clock::time_point Begin = std::chrono::steady_clock::now();
 };
 
