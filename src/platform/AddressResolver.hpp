@@ -2,15 +2,12 @@
 
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
-class AddressResolver {
+class AddressResolver : public PlatformInterface {
  public:
-  AddressResolver() = default;
-  AddressResolver(const AddressResolver&) = delete;
-  AddressResolver& operator=(const AddressResolver&) = delete;
-  virtual ~AddressResolver() = default;
-
   // The host name of the address, or an empty text. Only a name that resolves back to the same
   // address counts, and a name that reads as an address is none, so an access list may trust it.
   // Waits for the name service: a few seconds at most where that is DNS, as long as the system lets

@@ -2,19 +2,16 @@
 
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // Flag of MsgBox: exclamation icon with one OK button.
 inline constexpr int vbExclamation = 48;
 
 // What the program asks of the computer it runs on.
-class Computer {
+class Computer : public PlatformInterface {
  public:
-  Computer() = default;
-  Computer(const Computer&) = delete;
-  Computer& operator=(const Computer&) = delete;
-  virtual ~Computer() = default;
-
   // True if an earlier instance of this program runs for the same user. The first call claims the
   // place of the running instance, which is free again when the process ends, however it ends.
   virtual bool PrevInstance() = 0;

@@ -4,16 +4,13 @@
 #include <string_view>
 #include <system_error>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // Received files. At most one is open at a time, the output file.
-class FileSystem {
+class FileSystem : public PlatformInterface {
  public:
-  FileSystem() = default;
-  FileSystem(const FileSystem&) = delete;
-  FileSystem& operator=(const FileSystem&) = delete;
-  virtual ~FileSystem() = default;
-
   // Deletes one file; a failure has no effect.
   virtual void Kill(const std::string& path) = 0;
 

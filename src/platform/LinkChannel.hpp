@@ -5,10 +5,12 @@
 #include <optional>
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // The carrier of link commands from other programs of the same user, topic "qbstop".
-class LinkChannel {
+class LinkChannel : public PlatformInterface {
  public:
   // Raised one at a time on the program's only thread, between other events.
   struct Events {
@@ -19,11 +21,6 @@ class LinkChannel {
     // A notification of an item; true if it had an effect.
     std::function<bool(const std::string& item)> LinkNotify;
   };
-
-  LinkChannel() = default;
-  LinkChannel(const LinkChannel&) = delete;
-  LinkChannel& operator=(const LinkChannel&) = delete;
-  virtual ~LinkChannel() = default;
 
   // 1 publishes the topic, 0 withdraws it: clients lose the connection, behind the answer to the
   // command that is being carried out. A topic that can't be published is told on standard error.

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // What names the main window, and its icon, to the shell's tray.
@@ -14,13 +16,8 @@ enum class FormState : std::int16_t { Normal = 0, Minimised = 1 };
 enum class FormControl { Image2, Label1, Label2 };
 
 // The window of Form1. Without a window system the properties live in memory.
-class MainWindow {
+class MainWindow : public PlatformInterface {
  public:
-  MainWindow() = default;
-  MainWindow(const MainWindow&) = delete;
-  MainWindow& operator=(const MainWindow&) = delete;
-  virtual ~MainWindow() = default;
-
   virtual FormState WindowState() const = 0;
   virtual void SetWindowState(FormState state) = 0;
   // False takes the window off the screen. Before the first event the window is not on the screen

@@ -3,15 +3,12 @@
 #include <optional>
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
-class ProcessStarter {
+class ProcessStarter : public PlatformInterface {
  public:
-  ProcessStarter() = default;
-  ProcessStarter(const ProcessStarter&) = delete;
-  ProcessStarter& operator=(const ProcessStarter&) = delete;
-  virtual ~ProcessStarter() = default;
-
   // Starts the command line as a new process in a normal window with the focus and does not wait
   // for it. Gives its task number, or nothing if it could not be started. Blanks and tabs part
   // the arguments, double quotes group, a backslash is itself except before a double quote; no

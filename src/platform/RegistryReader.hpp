@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // Root of the file associations, the only one the program asks.
@@ -19,13 +21,8 @@ struct RegValue {
   std::string Bytes;
 };
 
-class RegistryReader {
+class RegistryReader : public PlatformInterface {
  public:
-  RegistryReader() = default;
-  RegistryReader(const RegistryReader&) = delete;
-  RegistryReader& operator=(const RegistryReader&) = delete;
-  virtual ~RegistryReader() = default;
-
   // One value; an empty ValueName names the key's default value. Nothing if key or value is
   // missing or can't be read. Key path and value name match without regard to letter case.
   virtual std::optional<RegValue> QueryValue(std::uint32_t RootKey, const std::string& KeyPath,

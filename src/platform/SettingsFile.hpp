@@ -6,15 +6,12 @@
 #include <string_view>
 #include <vector>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
-class SettingsFile {
+class SettingsFile : public PlatformInterface {
  public:
-  SettingsFile() = default;
-  SettingsFile(const SettingsFile&) = delete;
-  SettingsFile& operator=(const SettingsFile&) = delete;
-  virtual ~SettingsFile() = default;
-
   // Puts the value of the key into the buffer, or the default text if the file, the section or
   // the key is missing, and returns the number of bytes put there: at most one less than the
   // buffer holds. An empty value counts as found. Section and key match without regard to the

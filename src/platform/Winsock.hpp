@@ -6,11 +6,13 @@
 #include <string_view>
 #include <system_error>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // The one TCP socket object: the listener between connections and the connected
 // socket during one. It never does both at a time.
-class Winsock {
+class Winsock : public PlatformInterface {
  public:
   // Raised one at a time on the program's only thread.
   struct Events {
@@ -25,11 +27,6 @@ class Winsock {
     // CancelDisplay false has the error told to the user by the socket object.
     std::function<void(int Number, const std::string& Description, bool& CancelDisplay)> Error;
   };
-
-  Winsock() = default;
-  Winsock(const Winsock&) = delete;
-  Winsock& operator=(const Winsock&) = delete;
-  virtual ~Winsock() = default;
 
   // 0 means closed; any other value means listening or connected.
   virtual int State() const = 0;
