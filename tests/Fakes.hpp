@@ -147,7 +147,7 @@ struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
   using Fake::Fake;
   void Write(Field field, std::string_view text) override {
     texts.Write(field, text);
-    Note(FieldNames[static_cast<std::size_t>(field)], "=", text);
+    Note(NameOf(field), "=", text);
   }
   void AppendLine(std::string_view line) override {
     texts.AppendLine(line);

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t ShownBytes = 4096;
 
 std::string Line(Field field, std::string_view text) {
-  std::string line(FieldNames[static_cast<std::size_t>(field)]);
+  std::string line(NameOf(field));
   line.append(": ").append(Printable(text.substr(0, ShownBytes)));
   if (text.size() > ShownBytes) line += " ... (" + std::to_string(text.size()) + " bytes)";
   return line + "\n";
@@ -47,7 +47,7 @@ void ConsoleDisplay::EndOfEvent() {
       continue;
     }
     const std::string& text = texts_.Text(field);
-    std::string& shown = shown_[static_cast<std::size_t>(field)];
+    std::string& shown = shown_[IndexOf(field)];
     if (text == shown) continue;
     lines += Line(field, text);
     shown = text;

@@ -30,7 +30,7 @@ void QtStatusDisplay::AppendLine(std::string_view line) {
 }
 
 void QtStatusDisplay::Changed(Field field) {
-  changed_[static_cast<std::size_t>(field)] = true;
+  changed_[IndexOf(field)] = true;
   if (OnScreen() && !refresh_.isActive()) refresh_.start();
 }
 

@@ -3,13 +3,13 @@
 namespace quorbin {
 
 void FieldTexts::Write(Field field, std::string_view text) {
-  std::string& held = texts_[static_cast<std::size_t>(field)];
+  std::string& held = texts_[IndexOf(field)];
   if (text.empty() && held.capacity() > SatzKept) held = std::string();  // a long log is given back
   held.assign(text);
 }
 
 std::size_t FieldTexts::AppendLine(std::string_view line) {
-  std::string& satz = texts_[static_cast<std::size_t>(Field::Satz)];
+  std::string& satz = texts_[IndexOf(Field::Satz)];
   satz.append(line).append("\r\n");
   if (satz.size() <= SatzLimit) return 0;
   // The first line that lies whole within the part to be kept becomes the oldest.
