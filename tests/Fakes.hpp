@@ -200,7 +200,7 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   std::string Environ(const std::string& name) const override {
     return environment.contains(name) ? environment.at(name) : "";
   }
-  void MsgBox(const std::string& text, int, const std::string&) override { Note("MsgBox ", text); }
+  void MsgBox(const std::string& text, const std::string&) override { Note("MsgBox ", text); }
   [[noreturn]] void End(int status) override { throw Noted(Ended(), "End ", status); }
   std::optional<int> Shell(const std::string& line) override { return Noted(1234, "Shell ", line); }
   void OpenInEditor(const std::string& path) override { Note("Edit ", path); }

@@ -23,8 +23,7 @@ std::string UnixComputer::Environ(const std::string& name) const {
   return text != nullptr ? text : "";
 }
 
-void UnixComputer::MsgBox(const std::string& text, int /*flags: the only kind in use*/,
-                          const std::string& title) {
+void UnixComputer::MsgBox(const std::string& text, const std::string& title) {
   messageBox_(text, title);
 }
 

@@ -22,7 +22,7 @@ class UnixComputer : public Computer {
   std::string EXEName() const override { return exeName_; }
   std::string AppPath() const override { return appPath_; }
   std::string Environ(const std::string& name) const override;
-  void MsgBox(const std::string& text, int flags, const std::string& title) override;
+  void MsgBox(const std::string& text, const std::string& title) override;
   [[noreturn]] void End(int status) override;
 
  private:

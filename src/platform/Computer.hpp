@@ -6,9 +6,6 @@
 
 namespace quorbin {
 
-// Flag of MsgBox: exclamation icon with one OK button.
-inline constexpr int vbExclamation = 48;
-
 // What the program asks of the computer it runs on.
 class Computer : public PlatformInterface {
  public:
@@ -24,8 +21,9 @@ class Computer : public PlatformInterface {
   // Text of an environment variable; empty if it is not set.
   virtual std::string Environ(const std::string& name) const = 0;
 
-  // Shows the message and returns when the user has dismissed it.
-  virtual void MsgBox(const std::string& text, int flags, const std::string& title) = 0;
+  // Shows the message with an exclamation mark and one button, and returns when the user has
+  // dismissed it.
+  virtual void MsgBox(const std::string& text, const std::string& title) = 0;
 
   // Ends the process without raising any further event.
   [[noreturn]] virtual void End(int status) = 0;

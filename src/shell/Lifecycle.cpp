@@ -10,11 +10,16 @@ namespace quorbin {
 
 namespace {
 
-// What the packager puts under the program's name, four lines.
-constexpr const char* MakersNotice = QUORBIN_NOTICE;
+// Under the program's name in its window. Who passes the program on may put maker, address,
+// telephone and mail here.
+constexpr const char* MakersNotice =
+    "The Quorbin developers\r\n"
+    "Free software, MIT licence\r\n"
+    "Help: man quorbin\r\n"
+    "Settings: man quorbin.ini";
 
 void EndWithMessage(Form1& form, const std::string& text) {
-  form.App.MsgBox(text, vbExclamation, "Error while loading" + form.App.EXEName());
+  form.App.MsgBox(text, "Error while loading" + form.App.EXEName());
   form.App.End(ExitFailure);
 }
 

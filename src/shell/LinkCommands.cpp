@@ -41,9 +41,8 @@ void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   if (KeywordIs(CmdStr, Stop)) {
     Cancel = Accepted;
     SetCaption(form, StopsrvCaption::Stopped);
-    // The guard ends where the delay of the stop leaves it. No time is waited here: the carrier
-    // sees to it that the answer reaches the client before the channel goes.
-    form.LinkHostCount = 100001;
+    // No time is waited here: the carrier sees to it that the answer reaches the client before the
+    // channel goes.
     form.Link.SetLinkMode(0);
     form.Window.Close();
     return;
