@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 
 #include "LastError.hpp"
 #include "LinkPlace.hpp"
+#include "Report.hpp"
 
 namespace quorbin {
 
@@ -36,8 +36,7 @@ std::error_code OpenPrivate(const std::string& path, Fd& directory) {
 InstanceDir::InstanceDir(const std::string& programName) {
   const std::string path = RunTimeDirectory(programName);
   if (const std::error_code error = OpenPrivate(path, directory_)) {
-    std::fprintf(stderr, "Quorbin: no run-time directory %s, so no link channel: %s\n",
-                 path.c_str(), error.message().c_str());
+    Report("no run-time directory " + path + ", so no link channel: " + error.message());
   }
 }
 
@@ -46,14 +45,12 @@ bool InstanceDir::Claim() {
   Fd lock(::openat(directory_.Get(), "instance.lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                    S_IRUSR | S_IWUSR));
   if (!lock) {
-    std::fprintf(stderr, "Quorbin: no instance.lock, so no link channel: %s\n",
-                 LastError().message().c_str());
+    Report("no instance.lock, so no link channel: " + LastError().message());
     return true;
   }
   if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno == EWOULDBLOCK) return false;
-    std::fprintf(stderr, "Quorbin: instance.lock can't be held, so no link channel: %s\n",
-                 LastError().message().c_str());
+    Report("instance.lock can't be held, so no link channel: " + LastError().message());
     return true;
   }
   lock_ = std::move(lock);
