@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // One entry of the system's journal. Texts are bytes as they came from wherever they came.
@@ -19,13 +21,8 @@ struct JournalEntry {
 };
 
 // Where the administrator reads afterwards what has happened.
-class Journal {
+class Journal : PlatformInterface {
  public:
-  Journal() = default;
-  Journal(const Journal&) = delete;
-  Journal& operator=(const Journal&) = delete;
-  virtual ~Journal() = default;
-
   // Never waits and never fails: an entry that nobody takes at once is lost. Texts are written so
   // that they can't steer a terminal or forge a field.
   virtual void Write(const JournalEntry& entry) = 0;
