@@ -5,10 +5,10 @@
 
 #include <vector>
 
+#include "EpollLoop.hpp"
 #include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
 #include "LinkServer.hpp"
-#include "PollLoop.hpp"
 #include "Require.hpp"
 
 using namespace quorbin;
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
 
-  PollLoop loop;
+  EpollLoop loop;
   LinkServer server(loop, *directory);
   server.SetEvents({.LinkExecute =
                         [&](const std::string& CmdStr, std::int16_t& Cancel) {

@@ -192,7 +192,7 @@ TEST(LinkExecute, CommandTable) {
   const auto run = [&](const std::string& command) {
     std::int16_t Cancel = 1;
     LinkExecute(world.form, command, Cancel);
-    return (Cancel == 0 ? "+" : "-") + world.windows.stopsrv;
+    return (Cancel == 0 ? "+" : "-") + world.form.stopsrv;
   };
   EXPECT_EQ(run("stopsrv"), "-OK");  // ControlMode is 0
   world.form.ControlMode = 1;
@@ -217,7 +217,7 @@ TEST(LinkExecute, CommandTable) {
 
   EXPECT_EQ(world.Effects().find("Resolve"), std::string::npos);  // the table has no names
   EXPECT_EQ(run("StopSrv now"), "+quorbin stopped");
-  EXPECT_EQ(world.Effects(), "stopsrv=quorbin stopped; LinkMode 0; CloseMain; ");
+  EXPECT_EQ(world.Effects(), "LinkMode 0; CloseMain; ");
 
   const std::vector<JournalEntry>& entries = world.audit.entries;
   EXPECT_EQ(entries.front().Message, "link execute stopsrv: refused");

@@ -3,6 +3,7 @@
 // A platform in memory. Every effect goes into one journal, so that a test can see their order.
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <numeric>
 #include <optional>
@@ -156,36 +157,27 @@ struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
   std::string Text(Field field) const override { return texts.Text(field); }
   void Show() override { Note("Show"); }
   void CloseWindow() override { Note("CloseControl"); }
-  void EndOfEvent() override {}
+  void EndOfEvent() override { Note("EndOfEvent"); }
   FormState WindowState() const override { return state; }
   void SetWindowState(FormState s) override { state = Noted(s, "State ", static_cast<int>(s)); }
   bool Visible() const override { return visible; }
   void SetVisible(bool v) override { visible = Noted(v, v ? "Visible" : "Hidden"); }
   void BringToUser() override { Note("BringToUser"); }
-  WindowHandle Handle() const override { return 7; }
-  WindowHandle Icon() const override { return 8; }
   void SetCaption(const std::string& caption) override { Note("Caption ", caption); }
   void SetLabel2(const std::string& s) override { Note("Label2 ", std::ranges::count(s, '\n')); }
   double OuterWidth() const override { return 5641; }
   double ControlWidth(FormControl c) const override { return 1000 + static_cast<int>(c); }
   void SetLeft(FormControl c, double x) override { Note("Left ", static_cast<int>(c), " ", x); }
-  std::string StopsrvCaption() const override { return stopsrv; }
-  void SetStopsrvCaption(const std::string& s) override { stopsrv = Noted(s, "stopsrv=", s); }
   void Close() override { Note("CloseMain"); }
-  void Shell_NotifyIcon(NotifyOperation op, const NotifyRecord& r) override {
-    Note("Notify ", static_cast<int>(op), " ", r.hWnd, " flags ", r.uFlags, " tip ", r.szTip);
+  void AddIcon(const std::string& tip, std::function<void()> press) override {
+    Note("AddIcon ", tip);
+    rightPress = std::move(press);
   }
-  WindowProc SetWindowProc(WindowHandle hWnd, WindowProc next) override {
-    Note("SetWindowProc ", hWnd);
-    return std::exchange(procedure, std::move(next));
-  }
+  void RemoveIcon() override { Note("RemoveIcon"); }
   FieldTexts texts;
   FormState state = FormState::Minimised;
   bool visible = true;
-  std::string stopsrv = "OK";
-  WindowProc procedure = [this](WindowHandle, std::uint32_t, std::uintptr_t, std::intptr_t) {
-    return Noted(99, "OldWndProc");
-  };
+  std::function<void()> rightPress;
 };
 
 // Thrown by the end of the process.

@@ -5,8 +5,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
-#include <poll.h>
 #include <spawn.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -67,7 +67,8 @@ extern "C" {
 FAULTY(accept4, true, -1, int, (int from, sockaddr* peer, socklen_t* length, int flags),
        (from, peer, length, flags))
 FAULTY(listen, true, -1, int, (int listener, int backlog) noexcept, (listener, backlog))
-FAULTY(poll, true, -1, int, (pollfd * polled, nfds_t count, int wait), (polled, count, wait))
+FAULTY(epoll_wait, true, -1, int, (int epoll, epoll_event* events, int count, int wait),
+       (epoll, events, count, wait))
 FAULTY(fchmod, true, -1, int, (int file, mode_t mode) noexcept, (file, mode))
 FAULTY(ftruncate, true, -1, int, (int file, off_t length) noexcept, (file, length))
 FAULTY(recv, true, -1, ssize_t, (int peer, void* to, size_t count, int flags),

@@ -103,7 +103,7 @@ TEST(Fault, EveryCallOfATransfer) {
       {"recv", {EAGAIN, EINTR, ECONNRESET}, false},
       {"accept4", {EMFILE, ECONNABORTED, EINTR}, false},
       {"listen", {EADDRINUSE}, false},
-      {"poll", {EINTR, ENOMEM}, false},
+      {"epoll_wait", {EINTR}, false},
       {"posix_spawnp", {ENOENT, EAGAIN}, false},
       {"getnameinfo", {-EAI_MEMORY}, true},
   };

@@ -5,10 +5,10 @@
 
 #include "CommandLine.hpp"
 #include "ConsoleDisplay.hpp"
+#include "EpollLoop.hpp"
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "Peer.hpp"
-#include "PollLoop.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
 #include "TcpSocket.hpp"
@@ -76,30 +76,42 @@ TEST(FieldTexts, SatzKeepsItsNewestLines) {
   EXPECT_EQ(texts.Text(Field::Satz), "");
 }
 
-TEST(PollLoop, CallbacksMayUnwatchThemselvesAndOthers) {
-  PollLoop loop;
+TEST(EpollLoop, HandlesOneEventAtATime) {
+  EpollLoop loop;
   const Fd first(::eventfd(1, 0)), second(::eventfd(1, 0)), third(::eventfd(1, 0));
   std::string order;
   loop.Watch(first.Get(), EventLoop::Readable, [&](unsigned) {
     loop.Unwatch(first.Get());
     loop.Unwatch(second.Get());
-    loop.Defer([&] { order += "deferred "; });
+    loop.Defer([&] {
+      order += "deferred ";
+      loop.Defer([&] { order += "by a deferred one, "; });
+      loop.Raise([&] { order += "raised by it, "; });
+    });
+    loop.Raise([&] { order += "raised "; });
     order += "first ";
   });
-  loop.Watch(second.Get(), EventLoop::Readable, [&](unsigned) { order += "second "; });
+  // Ready as well, but unwatched before its turn comes.
+  loop.Watch(second.Get(), EventLoop::Readable, [](unsigned) { FAIL(); });
+  ASSERT_TRUE(loop.ServeNext(-1));
+  EXPECT_EQ(order, "raised first deferred raised by it, by a deferred one, ");
+
+  EXPECT_FALSE(loop.ServeNext(0));
+  loop.Watch(third.Get(), EventLoop::Readable, [](unsigned) { FAIL(); });
   loop.Watch(third.Get(), EventLoop::Writable, [&](unsigned readiness) {
-    order += "third " + std::to_string(readiness);
+    EXPECT_EQ(readiness, EventLoop::Writable);
     loop.Quit();
   });
   loop.Run();
-  EXPECT_EQ(order, "first deferred third 2");
+  loop.Run();  // returns at once
+  EXPECT_FALSE(loop.ServeNext(-1));
 }
 
 // It ends its side before it reads.
 TEST(TcpSocket, RepliesWaitForALatePeerUpToALimit) {
   const std::string reply(60000, 'r');
   for (const int replies : {1, 2}) {
-    PollLoop loop;
+    EpollLoop loop;
     TcpSocket socket(loop);
     const auto accept = [&](int requestID) {
       const int little = 4096;

@@ -289,17 +289,14 @@ TEST(Record, OneEntryForEachConnection) {
 
 TEST(Order, StartAndEnd) {
   World world;
-  world.form.OldWndProc = nullptr;
   Load(world.form);
   EXPECT_EQ(world.Effects(),
             "Caption Quorbin Version 1.1.03; Left 0 2320.5; Left 1 2320; Left 2 2319.5; Label2 3; "
-            "State 0; Hidden; Notify 0 7 flags 7 tip Quorbin      ; SetWindowProc 7; Listen; "
-            "Kill /t/f$~.*; aktion=listening; ");
+            "State 0; Hidden; AddIcon Quorbin      ; Listen; Kill /t/f$~.*; aktion=listening; ");
   std::int16_t cancel = 1;
   QueryUnload(world.form, cancel);
   EXPECT_EQ(cancel, 0);
-  EXPECT_EQ(world.Effects(),
-            "CloseControl; Kill /t/f$~.*; Close; Notify 2 7 flags 0 tip ; SetWindowProc 7; ");
+  EXPECT_EQ(world.Effects(), "CloseControl; Kill /t/f$~.*; Close; RemoveIcon; ");
 }
 
 TEST(Windows, EventsOfTheMainWindow) {
@@ -315,7 +312,7 @@ TEST(Windows, EventsOfTheMainWindow) {
   for (const int iconMode : {-5, 0, 1, 2, 3}) {
     World iconic("[Global]\nIcon=" + std::to_string(iconMode));
     EXPECT_EQ(iconic.windows.visible, iconMode >= 2);
-    EXPECT_EQ(static_cast<bool>(iconic.form.OldWndProc), iconMode == 0);
+    EXPECT_EQ(static_cast<bool>(iconic.windows.rightPress), iconMode == 0);
     iconic.windows.visible = true;
     for (const FormState state : {FormState::Normal, FormState::Minimised}) {
       iconic.windows.state = state;
@@ -327,20 +324,12 @@ TEST(Windows, EventsOfTheMainWindow) {
 
 TEST(Tray, RightPressTogglesTheMainWindow) {
   World world;
-  const auto press = [&](std::uint32_t msg, std::uintptr_t id, std::intptr_t mouse) {
-    EXPECT_EQ(world.windows.procedure(7, msg, id, mouse), 99);
-    return world.Effects();
-  };
-  EXPECT_EQ(press(28, 42, 0x204), "OldWndProc; State 0; Visible; BringToUser; ");
-  EXPECT_EQ(press(28, 42, 0x205), "OldWndProc; ");
-  EXPECT_EQ(press(28, 1, 0x204), "OldWndProc; ");
-  EXPECT_EQ(press(29, 42, 0x204), "OldWndProc; ");
-  EXPECT_EQ(press(28, 42, 0x204), "OldWndProc; State 1; Hidden; ");
-
-  // Only the first of several removals has an effect, and no second installation.
-  for (const bool enable : {true, false, false}) SetSubclass(world.form, 7, enable);
-  EXPECT_EQ(world.Effects(), "SetWindowProc 7; ");
-  EXPECT_EQ(press(28, 42, 0x204), "OldWndProc; ");
+  for (int i = 0; i < 2; ++i) {
+    world.windows.rightPress();
+    EXPECT_EQ(world.Effects(), "State 0; Visible; BringToUser; EndOfEvent; ");
+    world.windows.rightPress();
+    EXPECT_EQ(world.Effects(), "State 1; Hidden; EndOfEvent; ");
+  }
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -61,7 +63,11 @@ void Processes::OpenInEditor(const std::string& path) {
   std::string command = editorCommand_();
   const std::size_t place = command.find("%1");
   if (place == command.npos) return;
-  Shell(command.replace(place, 2, path));
+  // The file that a link leads to, so that the editor shows the name of what it changes and asks
+  // for the rights that are needed there.
+  std::error_code unresolved;
+  const std::string file = std::filesystem::canonical(path, unresolved).string();
+  Shell(command.replace(place, 2, unresolved ? path : file));
 }
 
 }  // namespace quorbin

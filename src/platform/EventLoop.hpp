@@ -4,7 +4,8 @@
 
 namespace quorbin {
 
-// The program's one event loop. Callbacks run one at a time, each to its end.
+// The program's one event loop. Events are handled one at a time, each to its end, and the tasks
+// that one has deferred are run before the next.
 class EventLoop {
  public:
   // What a descriptor is watched for; or'ed together. A hang-up or an error counts as both.
@@ -17,16 +18,28 @@ class EventLoop {
   virtual ~EventLoop() = default;
 
   // Calls ready with what the descriptor is ready for, each time, until Unwatch. Watching a
-  // descriptor anew replaces what was said of it. The descriptor stays the caller's, who must
-  // unwatch it before closing it.
+  // descriptor anew replaces its callback and readiness. The descriptor stays the caller's, who
+  // must unwatch it before closing it. Ends the process if the system can't watch it: a service
+  // that hears nothing is of no use.
   virtual void Watch(int descriptor, unsigned readiness, std::function<void(unsigned)> ready) = 0;
-  // A descriptor that is not watched is no fault. From here on its callback is not called.
+  // From here on the descriptor's callback is not called, not even for what it was ready for
+  // before. A descriptor that is not watched is no fault.
   virtual void Unwatch(int descriptor) = 0;
 
-  // Runs the task after the running callback has returned, before the next event.
+  // Runs the task after the event that is being handled, before the next one.
   virtual void Defer(std::function<void()> task) = 0;
 
-  // Runs until Quit. Quit before Run makes it return at once.
+  // Handles an event that comes from elsewhere, a window say. Within another event it is a part of
+  // that one.
+  virtual void Raise(const std::function<void()>& event) = 0;
+
+  // Waits for the next event, at most so long (-1: without end), and handles it. False if none came
+  // or Quit was called. Not to be called within an event.
+  virtual bool ServeNext(int milliseconds) = 0;
+  // Readable while an event waits: for a toolkit whose own loop calls ServeNext.
+  virtual int Descriptor() const = 0;
+
+  // Handles events until Quit. Quit before Run makes it return at once.
   virtual void Run() = 0;
   virtual void Quit() = 0;
 };

@@ -7,9 +7,6 @@
 
 namespace quorbin {
 
-// What names the main window, and its icon, to the shell's tray.
-using WindowHandle = std::uintptr_t;
-
 enum class FormState : std::int16_t { Normal = 0, Minimised = 1 };
 
 // Controls of the main window that are centred at start-up.
@@ -21,14 +18,11 @@ class MainWindow : public PlatformInterface {
   virtual FormState WindowState() const = 0;
   virtual void SetWindowState(FormState state) = 0;
   // False takes the window off the screen. Before the first event the window is not on the screen
-  // yet, and true only says that it will be.
+  // yet, and true only says that it will be. A window that comes back is where the user left it.
   virtual bool Visible() const = 0;
   virtual void SetVisible(bool visible) = 0;
   // Raises the window that was just put back on the screen and gives it the focus.
   virtual void BringToUser() = 0;
-
-  virtual WindowHandle Handle() const = 0;
-  virtual WindowHandle Icon() const = 0;
 
   // Texts and places set once at start-up. Widths and places are in twips, 1440 to the inch.
   virtual void SetCaption(const std::string& caption) = 0;
@@ -36,10 +30,6 @@ class MainWindow : public PlatformInterface {
   virtual double OuterWidth() const = 0;
   virtual double ControlWidth(FormControl control) const = 0;
   virtual void SetLeft(FormControl control, double left) = 0;
-
-  // Caption of the label stopsrv, the item of the link channel; it is not on the screen.
-  virtual std::string StopsrvCaption() const = 0;
-  virtual void SetStopsrvCaption(const std::string& caption) = 0;
 
   // Closes the main window: runs QueryUnload and, since that never refuses, ends the event loop.
   // A second call has no effect.

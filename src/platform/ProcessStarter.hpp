@@ -15,7 +15,8 @@ class ProcessStarter : public PlatformInterface {
   // shell is involved.
   virtual std::optional<int> Shell(const std::string& commandLine) = 0;
 
-  // Opens the file in the user's editor for plain text; a failure shows nothing.
+  // Opens the file, or the one that the link leads to, in the user's editor for plain text; a
+  // failure shows nothing.
   virtual void OpenInEditor(const std::string& path) = 0;
 };
 

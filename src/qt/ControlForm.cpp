@@ -2,7 +2,10 @@
 
 #include <QCloseEvent>
 #include <QLabel>
+#include <QScreen>
+#include <QScrollBar>
 #include <QTextBlock>
+#include <iterator>
 #include <utility>
 
 #include "Controls.hpp"
@@ -12,12 +15,14 @@ namespace quorbin {
 namespace {
 
 constexpr qsizetype LongestField = 32767;  // characters
+constexpr int TitleBar = 40;               // pixels that a window manager may add above the window
 
 enum class Kind { OneLine, SeveralLines, Log };
 enum class Tips { Label, Both };
 
-// A field with its label; all fields stand one below the other. Places in twips.
+// A field with its label; all fields are one below the other. Places in twips.
 struct FieldRow {
+  Field Shown;
   const char* LabelName;
   int LabelLeft;
   const char* Caption;
@@ -34,26 +39,30 @@ constexpr int FieldWidth = 5500;
 constexpr int LabelGap = 60;
 constexpr int LabelHeight = 288;
 
-// In the order of Field.
-constexpr std::array<FieldRow, FieldNames.size()> Rows{{
-    {"Label1(3)", 120, "Action", "aktuelle Aktion", Tips::Label, 120, 288, Kind::OneLine, true},
-    {"Label1(2)", 120, "Partner", "Name des Servers, der die Datei gesendet hat", Tips::Label, 480,
-     288, Kind::OneLine, true},
-    {"Label1(0)", 90, "Filename", "Lokaler Dateiname", Tips::Label, 840, 288, Kind::OneLine, true},
-    {"Label1(1)", 120, "Command",
+constexpr FieldRow Rows[] = {
+    {Field::aktion, "Label1(3)", 120, "Action", "aktuelle Aktion", Tips::Label, 120, 288,
+     Kind::OneLine, true},
+    {Field::partner, "Label1(2)", 120, "Partner", "Name des Servers, der die Datei gesendet hat",
+     Tips::Label, 480, 288, Kind::OneLine, true},
+    {Field::dateiname, "Label1(0)", 90, "Filename", "Lokaler Dateiname", Tips::Label, 840, 288,
+     Kind::OneLine, true},
+    {Field::kdo, "Label1(1)", 120, "Command",
      "Kommando für den Programm-Aufruf zur Anzeige/Bearbeitung der Datei", Tips::Label, 1200, 1008,
      Kind::SeveralLines, true},
-    {"Label1(4)", 120, "Result", "Ergebnis", Tips::Label, 2280, 288, Kind::SeveralLines, true},
-    {"Label3", 120, "Filetype", "Datei-Typ \"binary\" oder \"text\"", Tips::Both, 3285, 240,
-     Kind::OneLine, false},
-    {"Label4", 120, "Extension", "maßgeblicher Datei-Suffix zum Starten des Windows-Programms",
-     Tips::Both, 3600, 288, Kind::OneLine, true},
-    {"Label5", 90, "Prefix", "Parameter vor dem Dateinamen", Tips::Both, 3960, 612,
+    {Field::resu, "Label1(4)", 120, "Result", "Ergebnis", Tips::Label, 2280, 288,
      Kind::SeveralLines, true},
-    {"Label6", 120, "Suffix", "Parameter nach dem Dateinamen", Tips::Both, 4680, 612,
+    {Field::ftp, "Label3", 120, "Filetype", "Datei-Typ \"binary\" oder \"text\"", Tips::Both, 3285,
+     240, Kind::OneLine, false},
+    {Field::fext, "Label4", 120, "Extension",
+     "maßgeblicher Datei-Suffix zum Starten des Windows-Programms", Tips::Both, 3600, 288,
+     Kind::OneLine, true},
+    {Field::kprf, "Label5", 90, "Prefix", "Parameter vor dem Dateinamen", Tips::Both, 3960, 612,
      Kind::SeveralLines, true},
-    {"Data", 120, "Data", "Daten", Tips::Both, 5400, 2295, Kind::Log, true},
-}};
+    {Field::kext, "Label6", 120, "Suffix", "Parameter nach dem Dateinamen", Tips::Both, 4680, 612,
+     Kind::SeveralLines, true},
+    {Field::Satz, "Data", 120, "Data", "Daten", Tips::Both, 5400, 2295, Kind::Log, true},
+};
+static_assert(std::size(Rows) == FieldNames.size());
 
 // One pixel of frame: the fields of one line are too low for the frames of most styles.
 constexpr const char* FieldStyle =
@@ -65,12 +74,14 @@ constexpr const char* FieldStyle =
 QLineEdit* MakeLine(QWidget& form) {
   auto* field = new QLineEdit(&form);
   field->setReadOnly(true);
+  field->setStyleSheet(QString::fromLatin1(FieldStyle));
   return field;
 }
 
 QPlainTextEdit* MakeLines(QWidget& form, Kind kind) {
   auto* field = new QPlainTextEdit(&form);
   field->setReadOnly(true);
+  field->setStyleSheet(QString::fromLatin1(FieldStyle));
   field->setUndoRedoEnabled(false);
   field->setTabChangesFocus(true);
   field->document()->setDocumentMargin(1);
@@ -87,20 +98,25 @@ ControlForm::ControlForm(Actions actions) : actions_(std::move(actions)) {
   setObjectName(QStringLiteral("FControl"));
   setWindowTitle(QStringLiteral("Quorbin - Control-Window"));
   setWindowIcon(ProgramIcon(QStringLiteral("control")));
-  setFont(FormFont());
-  setStyleSheet(QString::fromLatin1(FieldStyle));
-  setFixedSize(Pixels(6930), Pixels(8505));
+  auto* const controls = new QWidget;
+  controls->setFixedSize(Pixels(6930), Pixels(8505));
+  setWidget(controls);
+  controls->setFont(FormFont());
+  setFrameShape(QFrame::NoFrame);
+  setFocusPolicy(Qt::NoFocus);  // which goes from control to control, and the view follows it
+  resize(sizeHint());
+  setMaximumSize(size().expandedTo(controls->size()));
 
-  for (std::size_t i = 0; i < Rows.size(); ++i) {
-    const FieldRow& row = Rows[i];
-    const Box box{FieldLeft, row.Top, FieldWidth, row.Height};
+  for (const FieldRow& row : Rows) {
+    const auto i = static_cast<std::size_t>(row.Shown);
+    const quorbin::Box box{FieldLeft, row.Top, FieldWidth, row.Height};
     QWidget* field = nullptr;
     if (row.Lines == Kind::OneLine) {
-      field = line_[i] = Place(MakeLine(*this), FieldNames[i].data(), box);
+      field = line_[i] = Place(MakeLine(*controls), FieldNames[i].data(), box);
     } else {
-      field = lines_[i] = Place(MakeLines(*this, row.Lines), FieldNames[i].data(), box);
+      field = lines_[i] = Place(MakeLines(*controls, row.Lines), FieldNames[i].data(), box);
     }
-    auto* label = new QLabel(QString::fromLatin1(row.Caption), this);
+    auto* label = new QLabel(QString::fromLatin1(row.Caption), controls);
     Place(label, row.LabelName,
           {row.LabelLeft, row.Top, FieldLeft - LabelGap - row.LabelLeft, LabelHeight});
     label->setBuddy(field);
@@ -111,18 +127,27 @@ ControlForm::ControlForm(Actions actions) : actions_(std::move(actions)) {
     label->setVisible(row.Visible);
   }
 
-  PlaceLine(*this, 6960, 2895);
-  auto* heading = new QLabel(QStringLiteral("received params"), this);
+  PlaceLine(*controls, 6960, 2895);
+  auto* heading = new QLabel(QStringLiteral("received params"), controls);
   heading->setFont(SizedFont(QFont(), 13, true));  // 9.75 pt
   heading->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
   Place(heading, "Label2", {1110, 3105, 5520, 495});
 
-  checkLog_ = new QCheckBox(QStringLiteral("Write all Messages "), this);
+  checkLog_ = new QCheckBox(QStringLiteral("Write all Messages "), controls);
   checkLog_->setToolTip(QStringLiteral("Alle Meldungen anzeigen"));
   Place(checkLog_, "CheckLog", {1080, 8040, 5520, 375});
   connect(checkLog_, &QCheckBox::clicked, this, [this](bool ticked) {
     if (actions_.CheckLogClick) actions_.CheckLogClick(ticked);
   });
+}
+
+QSize ControlForm::sizeHint() const {
+  // The window manager's frame needs some of the screen as well.
+  const QSize free = screen()->availableSize() - QSize(TitleBar / 4, TitleBar);
+  QSize size = widget()->size().boundedTo(free);
+  // Beside a scroll bar everything is as wide as without it.
+  if (size.height() < widget()->height()) size.rwidth() += verticalScrollBar()->sizeHint().width();
+  return size.boundedTo(free);
 }
 
 void ControlForm::SetText(Field field, std::string_view text) {

@@ -3,7 +3,7 @@
 #include <QCheckBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QWidget>
+#include <QScrollArea>
 #include <array>
 #include <functional>
 #include <string_view>
@@ -12,8 +12,9 @@
 
 namespace quorbin {
 
-// The control window on the screen: its controls, and how a text gets into them.
-class ControlForm final : public QWidget {
+// The control window on the screen: its controls, and how a text gets into them. It scrolls where
+// the screen is too small for it.
+class ControlForm final : public QScrollArea {
  public:
   struct Actions {
     std::function<void(bool ticked)> CheckLogClick;
@@ -21,6 +22,9 @@ class ControlForm final : public QWidget {
   };
 
   explicit ControlForm(Actions actions);
+
+  // As large as its controls need, and no larger than the screen.
+  QSize sizeHint() const override;
 
   // The field shows this text and nothing else: all of it in Satz, at most 32767 characters in any
   // other field.

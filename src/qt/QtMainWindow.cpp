@@ -1,10 +1,17 @@
 #include "QtMainWindow.hpp"
 
+#include <QCloseEvent>
+#include <QCoreApplication>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QMouseEvent>
+#include <QPixmap>
+#include <QScreen>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
+#include "Controls.hpp"
 #include "WindowText.hpp"
 
 namespace quorbin {
@@ -31,22 +38,52 @@ std::int16_t ShiftMask(Qt::KeyboardModifiers keys) {
                                    (keys.testFlag(Qt::AltModifier) ? 4 : 0));
 }
 
+QPushButton* MakeButton(QWidget& form, const char* name, const QString& caption, int leftTwips) {
+  auto* button = new QPushButton(caption, &form);
+  button->setFont(ArialFont(12));  // 9 pt
+  button->setToolTip(caption);
+  return Place(button, name, {leftTwips, 3120, 2295, 372});
+}
+
 }  // namespace
 
-QtMainWindow::QtMainWindow(const WindowEvents& events, EventLoop& loop)
+QtMainWindow::QtMainWindow(const Front::Events& events, EventLoop& loop)
     : events_(events),
       loop_(loop),
-      form_({.Pressed = [this](QMouseEvent& event) { RaiseMouseDown(event); },
-             .Resized = [this] { RaiseResize(); },
-             .StateChanged =
-                 [this](bool minimised) {
-                   state_ = minimised ? FormState::Minimised : FormState::Normal;
-                   RaiseResize();
-                 },
-             .Closed = [this] { Close(); }}) {
-  QObject::connect(form_.Command1, &QPushButton::clicked, [this] { events_.Command1Click(); });
-  QObject::connect(form_.CommandParam, &QPushButton::clicked,
-                   [this] { events_.CommandParamClick(); });
+      Image2_(new QLabel(this)),
+      Label1_(new QLabel(QStringLiteral("Quorbin"), this)),
+      Label2_(new QLabel(this)) {
+  setObjectName(QStringLiteral("Form1"));
+  setFont(FormFont());
+  setFixedSize(Pixels(5520), Pixels(3705));
+
+  const QIcon logo(QStringLiteral(":/quorbin/logo.png"));  // finds the one for dense screens too
+  Image2_->setPixmap(logo.pixmap(QSize(174, 62), qGuiApp->devicePixelRatio()));
+  Image2_->setFrameStyle(QFrame::Box | QFrame::Sunken);
+  Image2_->setAccessibleName(QStringLiteral("Logo"));
+  Place(Image2_, "Image2", {810, 120, 2670, 990});
+
+  Label1_->setFont(ArialFont(24));  // 18 pt
+  Label1_->setAlignment(Qt::AlignCenter);
+  Place(Label1_, "Label1", {1485, 1200, 1320, 435});
+
+  Label2_->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
+  Label2_->setWordWrap(true);
+  Label2_->setTextFormat(Qt::PlainText);
+  Place(Label2_, "Label2", {840, 1800, 2775, 855});
+
+  // A press on a picture or a label is no press on the bare window.
+  for (QWidget* control : {Image2_, Label1_, Label2_}) {
+    control->setAttribute(Qt::WA_NoMousePropagation);
+  }
+  PlaceLine(*this, 5640, 2880);
+
+  QPushButton* const command1 =
+      MakeButton(*this, "Command1", QStringLiteral("Show Control Window"), 240);
+  connect(command1, &QPushButton::clicked, [this] { events_.Command1Click(); });
+  QPushButton* const commandParam =
+      MakeButton(*this, "CommandParam", QStringLiteral("Show INI-File"), 3000);
+  connect(commandParam, &QPushButton::clicked, [this] { events_.CommandParamClick(); });
 }
 
 void QtMainWindow::SetWindowState(FormState state) {
@@ -54,57 +91,63 @@ void QtMainWindow::SetWindowState(FormState state) {
   state_ = state;
   RaiseResize();
   // The handler may just have hidden the window: then there is nothing for the desktop to do.
-  if (visible_ && appeared_) Show();
+  if (visible_ && appeared_) PutOnScreen();
 }
 
 void QtMainWindow::SetVisible(bool visible) {
   visible_ = visible;
   if (!appeared_) return;
   if (visible) {
-    Show();
+    PutOnScreen();
   } else {
-    form_.hide();
+    hide();
   }
 }
 
 void QtMainWindow::Appear() {
   appeared_ = true;
-  if (visible_) Show();
+  if (visible_) PutOnScreen();
 }
 
-void QtMainWindow::Show() {
-  Qt::WindowStates states = form_.windowState();
+void QtMainWindow::PutOnScreen() {
+  Qt::WindowStates states = windowState();
   states.setFlag(Qt::WindowMinimized, state_ == FormState::Minimised);
-  form_.setWindowState(states);
-  form_.show();
+  setWindowState(states);
+  if (!isVisible()) ReturnToPlace();
+  show();
+}
+
+// Left to itself, the window manager would choose a place at each show.
+void QtMainWindow::ReturnToPlace() {
+  if (!std::exchange(hasPlace_, true)) return;
+  const QRect frame = frameGeometry();
+  QPoint place = frame.topLeft();
+  if (QGuiApplication::screenAt(frame.center()) == nullptr) {  // that screen has gone
+    const QRect left = QGuiApplication::primaryScreen()->availableGeometry();
+    place = left.center() - QPoint(frame.width() / 2, frame.height() / 2);
+  }
+  move(place);
 }
 
 void QtMainWindow::BringToUser() {
-  form_.raise();
-  form_.activateWindow();
+  raise();
+  activateWindow();
 }
 
-WindowHandle QtMainWindow::Handle() const { return reinterpret_cast<WindowHandle>(&form_); }
-
-WindowHandle QtMainWindow::Icon() const {
-  return static_cast<WindowHandle>(QGuiApplication::windowIcon().cacheKey());
-}
-
-void QtMainWindow::SetCaption(const std::string& caption) { form_.setWindowTitle(ToText(caption)); }
+void QtMainWindow::SetCaption(const std::string& caption) { setWindowTitle(ToText(caption)); }
 
 void QtMainWindow::SetLabel2(const std::string& caption) {
-  QLabel& label = *form_.Label2;
-  label.setText(ToText(caption).remove(u'\r'));
+  Label2_->setText(ToText(caption).remove(u'\r'));
   // A notice wider than its place gets more of it on both sides.
-  const QRect place = label.geometry();
+  const QRect place = Label2_->geometry();
   const QSize needed =
-      label.fontMetrics().boundingRect(QRect(), Qt::AlignHCenter, label.text()).size();
-  const int width = std::min(std::max(place.width(), needed.width()), form_.width());
-  label.setGeometry(place.center().x() - (width - 1) / 2, place.top(), width,
-                    std::max(place.height(), label.heightForWidth(width)));
+      Label2_->fontMetrics().boundingRect(QRect(), Qt::AlignHCenter, Label2_->text()).size();
+  const int wide = std::min(std::max(place.width(), needed.width()), width());
+  Label2_->setGeometry(place.center().x() - (wide - 1) / 2, place.top(), wide,
+                       std::max(place.height(), Label2_->heightForWidth(wide)));
 }
 
-double QtMainWindow::OuterWidth() const { return form_.frameGeometry().width() * TwipsPerPixel; }
+double QtMainWindow::OuterWidth() const { return frameGeometry().width() * TwipsPerPixel; }
 
 double QtMainWindow::ControlWidth(FormControl control) const {
   return Control(control).width() * TwipsPerPixel;
@@ -115,37 +158,49 @@ void QtMainWindow::SetLeft(FormControl control, double left) {
   label.move(static_cast<int>(std::lround(left / TwipsPerPixel)), label.y());
 }
 
-void QtMainWindow::SetStopsrvCaption(const std::string& caption) {
-  stopsrv_ = caption;
-  form_.stopsrv->setText(ToText(caption));
-}
-
 void QtMainWindow::Close() {
   if (closed_) return;
   closed_ = true;
   if (events_.QueryUnload) events_.QueryUnload();
-  form_.hide();
+  hide();
   loop_.Quit();
+  QCoreApplication::exit(0);
 }
 
 QLabel& QtMainWindow::Control(FormControl control) const {
   switch (control) {
     case FormControl::Image2:
-      return *form_.Image2;
+      return *Image2_;
     case FormControl::Label1:
-      return *form_.Label1;
+      return *Label1_;
     case FormControl::Label2:
       break;
   }
-  return *form_.Label2;
-}
-
-void QtMainWindow::RaiseMouseDown(QMouseEvent& event) {
-  events_.MouseDown(ButtonNumber(event.button()), ShiftMask(event.modifiers()));
+  return *Label2_;
 }
 
 void QtMainWindow::RaiseResize() {
   if (events_.Resize) events_.Resize();
+}
+
+void QtMainWindow::mousePressEvent(QMouseEvent* event) {
+  events_.MouseDown(ButtonNumber(event->button()), ShiftMask(event->modifiers()));
+}
+
+void QtMainWindow::resizeEvent(QResizeEvent* /*event*/) { RaiseResize(); }
+
+// By the desktop as well as by us.
+void QtMainWindow::changeEvent(QEvent* event) {
+  if (event->type() == QEvent::WindowStateChange) {
+    state_ = isMinimized() ? FormState::Minimised : FormState::Normal;
+    RaiseResize();
+  }
+  QWidget::changeEvent(event);
+}
+
+void QtMainWindow::closeEvent(QCloseEvent* event) {
+  Close();
+  event->accept();
 }
 
 }  // namespace quorbin

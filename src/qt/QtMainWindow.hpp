@@ -1,52 +1,59 @@
 #pragma once
 
+#include <QLabel>
+#include <QPushButton>
+#include <QWidget>
 #include <string>
 
 #include "EventLoop.hpp"
-#include "MainForm.hpp"
-#include "MainWindow.hpp"
-#include "WindowSystem.hpp"
+#include "Front.hpp"
 
 namespace quorbin {
 
 // Form1 on the screen.
-class QtMainWindow final : public MainWindow {
+class QtMainWindow final : public QWidget, public MainWindow {
  public:
   // Both outlive the window.
-  QtMainWindow(const WindowEvents& events, EventLoop& loop);
+  QtMainWindow(const Front::Events& events, EventLoop& loop);
 
   FormState WindowState() const override { return state_; }
   void SetWindowState(FormState state) override;
   bool Visible() const override { return visible_; }
   void SetVisible(bool visible) override;
   void BringToUser() override;
-  WindowHandle Handle() const override;
-  WindowHandle Icon() const override;
   void SetCaption(const std::string& caption) override;
   void SetLabel2(const std::string& caption) override;
   double OuterWidth() const override;
   double ControlWidth(FormControl control) const override;
   void SetLeft(FormControl control, double left) override;
-  std::string StopsrvCaption() const override { return stopsrv_; }
-  void SetStopsrvCaption(const std::string& caption) override;
   void Close() override;
 
+  bool Closed() const { return closed_; }
   // From here on the window is on the screen while it is visible.
   void Appear();
 
+ protected:
+  void mousePressEvent(QMouseEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void changeEvent(QEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
+
  private:
   QLabel& Control(FormControl control) const;
-  void Show();
-  void RaiseMouseDown(QMouseEvent& event);
+  void PutOnScreen();
+  void ReturnToPlace();
   void RaiseResize();
 
-  const WindowEvents& events_;
+  const Front::Events& events_;
   EventLoop& loop_;
-  MainForm form_;
-  std::string stopsrv_ = "OK";
+  // Children of the window; the toolkit deletes them with it.
+  QLabel* Image2_;
+  QLabel* Label1_;
+  QLabel* Label2_;
   FormState state_ = FormState::Normal;
   bool visible_ = true;
   bool appeared_ = false;
+  bool hasPlace_ = false;  // it was on the screen before
   bool closed_ = false;
 };
 

@@ -8,7 +8,7 @@ namespace {
 constexpr int RefreshMilliseconds = 33;
 }
 
-QtStatusDisplay::QtStatusDisplay(const WindowEvents& events) : events_(events) {
+QtStatusDisplay::QtStatusDisplay(const Front::Events& events) : events_(events) {
   refresh_.setSingleShot(true);
   refresh_.setInterval(RefreshMilliseconds);
   QObject::connect(&refresh_, &QTimer::timeout, [this] { Refresh(); });

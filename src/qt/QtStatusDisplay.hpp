@@ -9,8 +9,8 @@
 
 #include "ControlForm.hpp"
 #include "FieldTexts.hpp"
+#include "Front.hpp"
 #include "StatusDisplay.hpp"
-#include "WindowSystem.hpp"
 
 namespace quorbin {
 
@@ -19,7 +19,7 @@ namespace quorbin {
 // more than a slow one.
 class QtStatusDisplay final : public StatusDisplay {
  public:
-  explicit QtStatusDisplay(const WindowEvents& events);  // the events outlive the display
+  explicit QtStatusDisplay(const Front::Events& events);  // the events outlive the display
 
   void Write(Field field, std::string_view text) override;
   void AppendLine(std::string_view line) override;
@@ -35,7 +35,7 @@ class QtStatusDisplay final : public StatusDisplay {
   void RefreshSatz();
   void Forget();
 
-  const WindowEvents& events_;
+  const Front::Events& events_;
   FieldTexts texts_;
   std::unique_ptr<ControlForm> form_;  // made when it is first shown
   QTimer refresh_;

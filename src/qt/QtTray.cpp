@@ -4,7 +4,6 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
-#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -27,39 +26,23 @@ bool NotifierHostRuns() {
   return watcher.isValid() && watcher.property("IsStatusNotifierHostRegistered").toBool();
 }
 
-// The status notifier host of this desktop keeps the right button for an item's menu and reports
-// no press of it.
-bool HostKeepsRightButton() { return qgetenv("XDG_CURRENT_DESKTOP").split(':').contains("GNOME"); }
-
-std::intptr_t IgnoreMessage(WindowHandle, std::uint32_t, std::uintptr_t, std::intptr_t) {
-  return 0;
-}
+// A status notifier host may keep the right button for a menu, of the item or of its own, and
+// report no press of it. This desktop's is known to report it.
+bool HostReportsRightButton() { return qgetenv("XDG_CURRENT_DESKTOP").split(':').contains("KDE"); }
 
 }  // namespace
 
-QtTray::QtTray(QtLoop& loop) : loop_(loop), procedure_(IgnoreMessage) {
+QtTray::QtTray(EventLoop& loop) : loop_(loop) {
   lookAgain_.setSingleShot(true);
   QObject::connect(&lookAgain_, &QTimer::timeout, [this] { PutIntoTray(); });
 }
 
-QtTray::~QtTray() { Remove(); }
+QtTray::~QtTray() { RemoveIcon(); }
 
-void QtTray::Shell_NotifyIcon(NotifyOperation operation, const NotifyRecord& record) {
-  switch (operation) {
-    case NotifyOperation::NIM_ADD:
-      return Add(record);
-    case NotifyOperation::NIM_DELETE:
-      return Remove();
-  }
-}
-
-WindowProc QtTray::SetWindowProc(WindowHandle, WindowProc procedure) {
-  return std::exchange(procedure_, std::move(procedure));
-}
-
-void QtTray::Add(const NotifyRecord& record) {
-  Remove();
-  record_ = record;
+void QtTray::AddIcon(const std::string& tip, std::function<void()> rightPress) {
+  RemoveIcon();
+  tip_ = tip;
+  rightPress_ = std::move(rightPress);
   PutIntoTray();
   if (icon_) return;
   std::fputs("Quorbin: no tray on this desktop; the icon appears as soon as there is one\n",
@@ -83,7 +66,7 @@ void QtTray::StopLooking() {
   lookAgain_.stop();
 }
 
-void QtTray::Remove() {
+void QtTray::RemoveIcon() {
   if (watcher_) StopLooking();
   icon_.reset();
 }
@@ -94,10 +77,10 @@ void QtTray::PutIntoTray() {
   const bool notifierHost = NotifierHostRuns();
   if (!notifierHost && !EmbeddingTrayRuns()) return;
   if (watcher_) StopLooking();
-  activationStandsIn_ = notifierHost && HostKeepsRightButton();
+  activationStandsIn_ = notifierHost && !HostReportsRightButton();
   // No menu: a host that is offered one draws it and reports no press.
   icon_ = std::make_unique<QSystemTrayIcon>(QApplication::windowIcon());
-  icon_->setToolTip(ToText(record_.szTip));
+  icon_->setToolTip(ToText(tip_));
   QObject::connect(icon_.get(), &QSystemTrayIcon::activated,
                    [this](QSystemTrayIcon::ActivationReason reason) { Activated(reason); });
   icon_->show();
@@ -106,9 +89,7 @@ void QtTray::PutIntoTray() {
 void QtTray::Activated(QSystemTrayIcon::ActivationReason reason) {
   const bool rightPress = reason == QSystemTrayIcon::Context ||
                           (activationStandsIn_ && reason == QSystemTrayIcon::Trigger);
-  if (!rightPress) return;
-  loop_.Dispatch(
-      [this] { procedure_(record_.hWnd, record_.uCallbackMessage, record_.uID, WM_RBUTTONDOWN); });
+  if (rightPress) loop_.Raise(rightPress_);
 }
 
 // A new embedding tray announces itself; we look again after the toolkit has seen it, too.

@@ -4,9 +4,11 @@
 #include <QDBusServiceWatcher>
 #include <QSystemTrayIcon>
 #include <QTimer>
+#include <functional>
 #include <memory>
+#include <string>
 
-#include "QtLoop.hpp"
+#include "EventLoop.hpp"
 #include "ShellTray.hpp"
 
 namespace quorbin {
@@ -16,23 +18,21 @@ namespace quorbin {
 // icon then.
 class QtTray final : public ShellTray, private QAbstractNativeEventFilter {
  public:
-  explicit QtTray(QtLoop& loop);  // outlives the tray
+  explicit QtTray(EventLoop& loop);  // outlives the tray
   ~QtTray() override;
 
-  void Shell_NotifyIcon(NotifyOperation operation, const NotifyRecord& record) override;
-  WindowProc SetWindowProc(WindowHandle hWnd, WindowProc procedure) override;
+  void AddIcon(const std::string& tip, std::function<void()> rightPress) override;
+  void RemoveIcon() override;
 
  private:
-  void Add(const NotifyRecord& record);
-  void Remove();
   void StopLooking();
   void PutIntoTray();
   void Activated(QSystemTrayIcon::ActivationReason reason);
   bool nativeEventFilter(const QByteArray& type, void* message, qintptr* result) override;
 
-  QtLoop& loop_;
-  WindowProc procedure_;
-  NotifyRecord record_;
+  EventLoop& loop_;
+  std::string tip_;
+  std::function<void()> rightPress_;
   std::unique_ptr<QSystemTrayIcon> icon_;
   std::unique_ptr<QDBusServiceWatcher> watcher_;  // while the icon waits for a tray
   QTimer lookAgain_;

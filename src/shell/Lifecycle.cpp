@@ -18,9 +18,18 @@ constexpr const char* MakersNotice =
     "Help: man quorbin\r\n"
     "Settings: man quorbin.ini";
 
-void EndWithMessage(Form1& form, const std::string& text) {
-  form.App.MsgBox(text, "Error while loading" + form.App.EXEName());
+void EndWithMessage(Form1& form, const std::string& text, const std::string& title) {
+  form.App.MsgBox(text, title);
   form.App.End(ExitFailure);
+}
+
+std::string LoadingTitle(const Form1& form) { return "Error while loading" + form.App.EXEName(); }
+
+void OpenPort(Form1& form, const std::string& failureTitle) {
+  const std::error_code error = form.Winsock1.Listen();
+  if (!error) return;
+  const std::string port = std::to_string(form.Winsock1.LocalPort());
+  EndWithMessage(form, "Can't listen on port " + port + ": " + error.message(), failureTitle);
 }
 
 void CentreControls(Form1& form) {
@@ -35,16 +44,15 @@ void ApplyIconMode(Form1& form) {
   if (form.IconMode >= 2) return;
   form.Window.SetWindowState(FormState::Normal);
   form.Window.SetVisible(false);
-  if (form.IconMode == 0) {
-    AddTrayIcon(form);
-    SetSubclass(form, form.Window.Handle(), true);
-  }
+  if (form.IconMode == 0) AddTrayIcon(form);
 }
 
 }  // namespace
 
 void Load(Form1& form) {
-  if (form.App.PrevInstance()) EndWithMessage(form, form.App.EXEName() + " already running");
+  if (form.App.PrevInstance()) {
+    EndWithMessage(form, form.App.EXEName() + " already running", LoadingTitle(form));
+  }
   form.Session.ProgramVersion = "1.1.03";
   form.Session.LogLevel = LogNormal;
   form.Window.SetCaption("Quorbin Version " + form.Session.ProgramVersion);
@@ -55,7 +63,7 @@ void Load(Form1& form) {
   ApplyIconMode(form);
   SetDirectories(form);
   SetListeningPort(form);
-  Listen(form);
+  OpenPort(form, LoadingTitle(form));
   SetNamePrefix(form);
   form.Files.KillPrefix(TempFilePrefix(form.Session));  // what an earlier run left behind
   form.FControl.Write(Field::aktion, Aktion::Listening);
@@ -64,16 +72,10 @@ void Load(Form1& form) {
 void QueryUnload(Form1& form, std::int16_t& Cancel) {
   form.FControl.CloseWindow();
   form.Files.KillPrefix(TempFilePrefix(form.Session));
-  ShutdownTray(form, form.Window.Handle());
+  ShutdownTray(form);
   Cancel = 0;
 }
 
-void Listen(Form1& form) {
-  const std::error_code error = form.Winsock1.Listen();
-  if (error) {
-    EndWithMessage(form, "Can't listen on port " + std::to_string(form.Winsock1.LocalPort()) +
-                             ": " + error.message());
-  }
-}
+void Listen(Form1& form) { OpenPort(form, form.App.EXEName() + " has ended"); }
 
 }  // namespace quorbin

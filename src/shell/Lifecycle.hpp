@@ -18,8 +18,8 @@ void Load(Form1& form);
 // The main window is about to close. Cancel comes back as 0: the close is never refused.
 void QueryUnload(Form1& form, std::int16_t& Cancel);
 
-// Opens the port, at start-up and at the end of each connection. If that fails, tells the port
-// and the reason and ends the process: a supervisor restarts it, which is better than a deaf one.
+// Opens the port again at the end of each connection. If that fails, reports the port and the
+// reason and ends the process: a supervisor restarts it, which is better than a deaf one.
 void Listen(Form1& form);
 
 }  // namespace quorbin

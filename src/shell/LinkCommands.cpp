@@ -21,10 +21,6 @@ bool KeywordIs(const std::string& CmdStr, std::string_view keyword) {
   return LCase(std::string_view(CmdStr).substr(0, keyword.size())) == keyword;
 }
 
-void SetCaption(Form1& form, std::string_view caption) {
-  form.Window.SetStopsrvCaption(std::string(caption));
-}
-
 // The first slot that holds the text gets the new one. The table has 33 slots at all times.
 std::int16_t ReplaceSlot(Form1& form, std::string_view held, std::string_view text) {
   const auto slot = std::ranges::find(form.LinkHosts, held);
@@ -40,7 +36,7 @@ void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   }
   if (KeywordIs(CmdStr, Stop)) {
     Cancel = Accepted;
-    SetCaption(form, StopsrvCaption::Stopped);
+    form.stopsrv = Stopsrv::Stopped;
     // No time is waited here: the carrier sees to it that the answer reaches the client before the
     // channel goes.
     form.Link.SetLinkMode(0);
@@ -52,11 +48,11 @@ void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
       std::string_view(CmdStr).substr(std::min<std::size_t>(Con.size() - 1, CmdStr.size()));
   if (KeywordIs(CmdStr, Con)) {
     if (form.LinkHostCount == -1) form.LinkHostCount = 0;
-    SetCaption(form, StopsrvCaption::Con);
+    form.stopsrv = Stopsrv::Con;
     Cancel = ReplaceSlot(form, "", entry);
   } else if (KeywordIs(CmdStr, Dis)) {
     if (form.LinkHostCount < 0) return;
-    SetCaption(form, StopsrvCaption::Dis);
+    form.stopsrv = Stopsrv::Dis;
     Cancel = ReplaceSlot(form, entry, "");
   } else {
     Cancel = Refused;
@@ -81,7 +77,7 @@ void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
 
 std::optional<std::string> LinkRequest(const Form1& form, const std::string& item) {
   if (item != StopItem) return std::nullopt;
-  return form.Window.StopsrvCaption();
+  return form.stopsrv;
 }
 
 bool LinkNotify(Form1& form, const std::string& item) {

@@ -18,6 +18,7 @@
 #include "StatusDisplay.hpp"
 #include "TransferSession.hpp"
 #include "Winsock.hpp"
+#include "Words.hpp"
 
 namespace quorbin {
 
@@ -58,8 +59,8 @@ struct Form1 : Platform {
   std::int32_t LinkHostCount = 0;
   std::array<std::string, 33> LinkHosts;  // an empty text is a free slot
 
-  // modulkorb: the window procedure that the subclass replaced; empty: no subclass is installed.
-  WindowProc OldWndProc;
+  // Value of the link channel's item of this name: the last command that changed it.
+  std::string stopsrv{Stopsrv::Ok};
 
   // Source of generated file names, the same sequence at every start.
   std::mt19937 Rnd;

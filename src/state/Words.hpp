@@ -55,11 +55,12 @@ inline constexpr std::string_view Allow = "*allow";
 inline constexpr std::string_view Reg = "*reg";
 }  // namespace Keyword
 
-// Values of the item stopsrv; a window begins with "OK".
-namespace StopsrvCaption {
+// Values of the link channel's item stopsrv.
+namespace Stopsrv {
+inline constexpr std::string_view Ok = "OK";  // no command has changed it yet
 inline constexpr std::string_view Con = "con";
 inline constexpr std::string_view Dis = "dis";
 inline constexpr std::string_view Stopped = "quorbin stopped";
-}  // namespace StopsrvCaption
+}  // namespace Stopsrv
 
 }  // namespace quorbin

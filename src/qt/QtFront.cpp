@@ -1,0 +1,172 @@
+#include "QtFront.hpp"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QMessageBox>
+#include <QSocketNotifier>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "DisplayProbe.hpp"
+#include "QtMainWindow.hpp"
+#include "QtStatusDisplay.hpp"
+#include "QtTray.hpp"
+#include "WindowText.hpp"
+#include "XServer.hpp"
+
+// The resources of a static library are there once this was called, outside of any namespace.
+static void InitResources() { Q_INIT_RESOURCE(quorbin); }
+
+namespace quorbin {
+
+namespace {
+
+// The toolkit keeps references to both.
+int argumentCount = 1;
+char programName[] = "Quorbin";
+char* arguments[] = {programName, nullptr};
+
+QtMainWindow* openWindow = nullptr;  // for the end of the display, reported by exit alone
+
+// Events that wait already cost the toolkit one turn of its loop. Then the windows have theirs.
+// Waiting here for the next event, as a peer that waits for each reply sends it within a
+// millisecond, saves no more than a fortieth of the time of a text line.
+constexpr std::int64_t TurnMilliseconds = 10;
+
+std::string NamedDisplay() {
+  for (const char* name : {"WAYLAND_DISPLAY", "DISPLAY"}) {
+    const char* value = std::getenv(name);
+    if (value != nullptr && *value != '\0') return value;
+  }
+  return {};
+}
+
+// The toolkit calls exit when the display goes away, as it does at the end of a session. That is
+// a close of the main window like any other. Any other exit is none of ours.
+void CloseWithDisplay() {
+  if (openWindow == nullptr || !DisplayLost()) return;
+  openWindow->Close();
+  std::_Exit(EXIT_SUCCESS);
+}
+
+// The toolkit makes a short message so narrow that the window manager cuts its title.
+void WidenForTitle(QMessageBox& box) {
+  QFont titleFont = box.font();
+  titleFont.setBold(true);
+  const int title = QFontMetrics(titleFont).horizontalAdvance(box.windowTitle());
+  constexpr int TitleButtons = 150;  // pixels, with the window's icon
+  if (auto* text = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+    text->setMinimumWidth(title + TitleButtons);
+  }
+}
+
+struct Toolkit {
+  Toolkit() {
+    InitResources();
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setDesktopFileName(QStringLiteral("quorbin"));
+    QApplication::setWindowIcon(ProgramIcon(QStringLiteral("quorbin")));
+  }
+  QApplication application{argumentCount, arguments};
+};
+
+class QtFront final : public Front {
+ public:
+  explicit QtFront(EventLoop& loop);
+  ~QtFront() override { openWindow = nullptr; }
+
+  StatusDisplay& FControl() override { return display_; }
+  MainWindow& Window() override { return window_; }
+  ShellTray& Tray() override { return tray_; }
+  void SetEvents(Events events) override;
+  void ShowMessage(const std::string& text, const std::string& title) override;
+  void UserSignal() override {}
+  void Run() override;
+
+ private:
+  void Turn();
+
+  EventLoop& loop_;
+  // In the order of construction: the toolkit outlives every widget.
+  Toolkit toolkit_;
+  Events events_;
+  // The loop's descriptor is the one that the toolkit watches: a burst of events costs one turn of
+  // its loop, and a message box, which runs that loop within an event, can't raise a second one.
+  QSocketNotifier notifier_;
+  QtMainWindow window_{events_, loop_};
+  QtStatusDisplay display_{events_};
+  QtTray tray_{loop_};
+};
+
+QtFront::QtFront(EventLoop& loop)
+    : loop_(loop), notifier_(loop.Descriptor(), QSocketNotifier::Read) {
+  notifier_.setEnabled(false);
+  QObject::connect(&notifier_, &QSocketNotifier::activated, [this] { Turn(); });
+  // A session that ends asks the toolkit to quit, also while no window is on the screen.
+  QObject::connect(&toolkit_.application, &QCoreApplication::aboutToQuit,
+                   [this] { window_.Close(); });
+  openWindow = &window_;
+  static const int registered = std::atexit(CloseWithDisplay);
+  static_cast<void>(registered);
+}
+
+void QtFront::SetEvents(Events events) {
+  const auto asEvent = [this](auto& handler) {
+    if (!handler) return;
+    handler = [this, inner = std::move(handler)](auto... values) {
+      loop_.Raise([&] { inner(values...); });
+    };
+  };
+  asEvent(events.Command1Click);
+  asEvent(events.CommandParamClick);
+  asEvent(events.MouseDown);
+  asEvent(events.Resize);
+  asEvent(events.CheckLogClick);
+  asEvent(events.QueryUnload);
+  events_ = std::move(events);
+}
+
+void QtFront::ShowMessage(const std::string& text, const std::string& title) {
+  const bool served = notifier_.isEnabled();
+  notifier_.setEnabled(false);
+  QMessageBox box(QMessageBox::Warning, ToText(title), ToText(text), QMessageBox::Ok);
+  box.setTextFormat(Qt::PlainText);
+  WidenForTitle(box);
+  box.exec();
+  notifier_.setEnabled(served);
+}
+
+void QtFront::Run() {
+  window_.Appear();
+  if (window_.Closed()) return;
+  notifier_.setEnabled(true);
+  QCoreApplication::exec();
+  notifier_.setEnabled(false);
+}
+
+void QtFront::Turn() {
+  QElapsedTimer turn;
+  turn.start();
+  while (loop_.ServeNext(0) && turn.elapsed() < TurnMilliseconds) {
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<Front> OpenWindows(EventLoop& loop) {
+  const std::string name = NamedDisplay();
+  if (name.empty()) return nullptr;
+  const DisplayProbe probe;  // stays connected until we are, or a lone server would restart itself
+  if (!probe.Opened()) {
+    std::fprintf(stderr, "Quorbin: can't open the display %s; going on without windows\n",
+                 name.c_str());
+    return nullptr;
+  }
+  return std::make_unique<QtFront>(loop);
+}
+
+}  // namespace quorbin
