@@ -51,7 +51,7 @@ struct FakeWinsock : Fake<Winsock> {
   void Close() override { state = Noted(0, "Close"); }
   std::error_code Listen() override {
     state = Noted(2, "Listen");
-    return {};
+    return listenError;
   }
   void Accept(int requestID) override { state = Noted(7, "Accept ", requestID); }
   std::string_view GetData() override { return chunk; }
@@ -64,6 +64,7 @@ struct FakeWinsock : Fake<Winsock> {
 
   int state = 0;
   std::int32_t port = 0;
+  std::error_code listenError;
   std::string chunk, peer = "10.0.0.7";
   std::vector<std::string> replies;
 };
@@ -192,7 +193,9 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   std::string Environ(const std::string& name) const override {
     return environment.contains(name) ? environment.at(name) : "";
   }
-  void MsgBox(const std::string& text, const std::string&) override { Note("MsgBox ", text); }
+  void MsgBox(const std::string& text, const std::string& title) override {
+    Note("MsgBox ", title, ": ", text);
+  }
   [[noreturn]] void End(int status) override { throw Noted(Ended(), "End ", status); }
   std::optional<int> Shell(const std::string& line) override { return Noted(1234, "Shell ", line); }
   void OpenInEditor(const std::string& path) override { Note("Edit ", path); }

@@ -299,6 +299,18 @@ TEST(Order, StartAndEnd) {
   EXPECT_EQ(world.Effects(), "CloseControl; Kill /t/f$~.*; Close; RemoveIcon; ");
 }
 
+TEST(Order, EndsWhereItCannotListen) {
+  World world;
+  world.winsock.listenError = std::make_error_code(std::errc::address_in_use);
+  const std::string reason = ": Can't listen on port 9438: Address already in use; End 1; ";
+  EXPECT_THROW(Load(world.form), Ended);
+  EXPECT_TRUE(world.Effects().ends_with("Listen; MsgBox Error while loadingQuorbin" + reason));
+  world.Connect();
+  world.journal.clear();
+  EXPECT_THROW(PeerClosed(world.form), Ended);
+  EXPECT_TRUE(world.Effects().ends_with("Listen; MsgBox Quorbin has ended" + reason));
+}
+
 TEST(Windows, EventsOfTheMainWindow) {
   World world;
   using Click = std::pair<std::int16_t, std::int16_t>;

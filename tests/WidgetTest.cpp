@@ -179,6 +179,20 @@ TEST_F(Windows, CentredControlsKeepTheirText) {
   EXPECT_GE(label->height(), label->heightForWidth(label->width()));
 }
 
+// Hidden and shown again, the main window is where it was, or on the screen that is left.
+void ReturnsToAScreenThatExists(MainWindow& window) {
+  QWidget* const form = Form("Form1");
+  const auto hideAndShowAt = [&](QPoint place) {
+    form->move(place);
+    window.SetVisible(false);
+    window.SetVisible(true);
+  };
+  hideAndShowAt({123, 45});
+  EXPECT_EQ(form->pos(), QPoint(123, 45));
+  hideAndShowAt({5000, 45});
+  EXPECT_TRUE(form->screen()->geometry().contains(form->windowHandle()->geometry()));
+}
+
 // A message box within an event; another descriptor, which is ready meanwhile, waits for its end.
 TEST_F(Windows, ServeTheLoopUntilTheMainWindowCloses) {
   const int first = eventfd(1, 0);
@@ -187,6 +201,7 @@ TEST_F(Windows, ServeTheLoopUntilTheMainWindowCloses) {
     loop->Unwatch(first);
     loop->Watch(second, EventLoop::Readable, [&](unsigned) {
       Note("second");
+      ReturnsToAScreenThatExists(window);
       window.Close();
       window.Close();
     });

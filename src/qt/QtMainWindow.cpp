@@ -7,6 +7,7 @@
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
+#include <QWindow>
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -120,13 +121,12 @@ void QtMainWindow::PutOnScreen() {
 // Left to itself, the window manager would choose a place at each show.
 void QtMainWindow::ReturnToPlace() {
   if (!std::exchange(hasPlace_, true)) return;
-  const QRect frame = frameGeometry();
-  QPoint place = frame.topLeft();
-  if (QGuiApplication::screenAt(frame.center()) == nullptr) {  // that screen has gone
-    const QRect left = QGuiApplication::primaryScreen()->availableGeometry();
-    place = left.center() - QPoint(frame.width() / 2, frame.height() / 2);
+  QPoint place = geometry().topLeft();
+  if (QGuiApplication::screenAt(geometry().center()) == nullptr) {  // that screen has gone
+    place = QGuiApplication::primaryScreen()->availableGeometry().center() - rect().center();
   }
-  move(place);
+  setGeometry(QRect(place, size()));
+  windowHandle()->setPosition(place);  // the widget does not pass on a place that it has already
 }
 
 void QtMainWindow::BringToUser() {
