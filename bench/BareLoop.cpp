@@ -3,9 +3,11 @@
 // leaves the same file behind.
 //
 // BareLoop stream|text|buffers <LISTENING SOCKET >FILE
+// BareLoop short <LISTENING SOCKET                      one connection after the other, without end
 
 #include <sys/socket.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 
@@ -52,14 +54,29 @@ void Receive(std::string_view kind, int connection) {
   }
 }
 
+// One message, its reply, and the peer's close.
+void Greet(int connection) {
+  std::array<char, 65536> buffer;
+  while (Check(::recv(connection, buffer.data(), buffer.size(), 0), "recv") > 0) {
+    WriteAll(connection, Reply::Ok);
+  }
+}
+
 }  // namespace
 
 }  // namespace quorbin
 
 int main(int argc, char** argv) {
   using namespace quorbin;
-  Require(argc == 2, "usage: BareLoop stream|text|buffers <LISTENING SOCKET >FILE");
-  const Fd connection(::accept(STDIN_FILENO, nullptr, nullptr));
-  Check(connection.Get(), "accept");
-  Receive(argv[1], connection.Get());
+  Require(argc == 2, "usage: BareLoop stream|text|buffers|short <LISTENING SOCKET >FILE");
+  const std::string_view kind = argv[1];
+  do {
+    const Fd connection(::accept(STDIN_FILENO, nullptr, nullptr));
+    Check(connection.Get(), "accept");
+    if (kind == "short") {
+      Greet(connection.Get());
+    } else {
+      Receive(kind, connection.Get());
+    }
+  } while (kind == "short");
 }

@@ -6,6 +6,10 @@
 // BenchSender raw COUNT <CONNECTION       the same, ended by a close in place of the marker
 // BenchSender buffers COUNT <CONNECTION   binary buffers of BenchBuffer bytes, each answered
 // BenchSender text COUNT <CONNECTION      lines, each answered
+//
+// BenchSender short COUNT <CONNECTION     as many connections to the same peer, of one message
+// each;
+//                                         prints how long they took
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -13,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <iostream>
@@ -20,6 +25,7 @@
 #include <vector>
 
 #include "BenchEnd.hpp"
+#include "Fd.hpp"
 #include "Protocol.hpp"
 
 namespace quorbin {
@@ -98,6 +104,36 @@ void Transfer(std::string_view kind, std::size_t count) {
             << Median({costs.end() - tenth, costs.end()}) << '\n';
 }
 
+// A connection as soon as the receiver listens again.
+Fd Connect(const sockaddr_storage& address, socklen_t length) {
+  for (;;) {
+    Fd peer(::socket(address.ss_family, SOCK_STREAM, 0));
+    Check(peer.Get(), "socket");
+    if (::connect(peer.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0)
+      return peer;
+    Require(errno == ECONNREFUSED, "The receiver has gone.");
+  }
+}
+
+void ShortConnections(std::size_t count) {
+  sockaddr_storage address{};
+  socklen_t length = sizeof address;
+  Check(::getpeername(Connection, reinterpret_cast<sockaddr*>(&address), &length), "getpeername");
+  // The receiver takes one at a time.
+  Check(::shutdown(Connection, SHUT_WR), "shutdown");
+  std::array<char, 256> answer{};
+  Require(Check(::recv(Connection, answer.data(), answer.size(), 0), "recv") == 0, "It talks.");
+  const auto start = Clock::now();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Fd peer = Connect(address, length);
+    WriteAll(peer.Get(), Token::Version);
+    Require(Check(::recv(peer.Get(), answer.data(), answer.size(), 0), "recv") > 0, "No answer.");
+    Check(::shutdown(peer.Get(), SHUT_WR), "shutdown");
+    Require(Check(::recv(peer.Get(), answer.data(), answer.size(), 0), "recv") == 0, "No end.");
+  }
+  std::cout << Since(start) << '\n';
+}
+
 }  // namespace
 
 }  // namespace quorbin
@@ -105,5 +141,10 @@ void Transfer(std::string_view kind, std::size_t count) {
 int main(int argc, char** argv) {
   using namespace quorbin;
   Require(argc == 3 && std::atoi(argv[2]) > 0, "usage: BenchSender KIND COUNT <CONNECTION");
-  Transfer(argv[1], static_cast<std::size_t>(std::atoi(argv[2])));
+  const auto count = static_cast<std::size_t>(std::atoi(argv[2]));
+  if (std::string_view(argv[1]) == "short") {
+    ShortConnections(count);
+  } else {
+    Transfer(argv[1], count);
+  }
 }

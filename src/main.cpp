@@ -63,7 +63,7 @@ int main() {
 
   TcpSocket winsock(loop);
   ForwardConfirmedResolver resolver;
-  PrivateProfile profile;
+  PrivateProfile profile(front.Loop);
   const std::string executable = ExecutablePath();
   InstanceDir instanceDir(std::filesystem::path(executable).stem());
   UnixComputer computer(executable, instanceDir,

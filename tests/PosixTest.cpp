@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <vector>
 
 #include "CommandLine.hpp"
 #include "ConsoleDisplay.hpp"
@@ -105,6 +110,70 @@ TEST(EpollLoop, HandlesOneEventAtATime) {
   loop.Run();
   loop.Run();  // returns at once
   EXPECT_FALSE(loop.ServeNext(-1));
+}
+
+TEST(PrivateProfile, AnEventSeesOneVersionOfTheFile) {
+  PollLoop loop;
+  PrivateProfile profile(loop);
+  const std::string path = testing::TempDir() + "quorbin-profile-" + std::to_string(::getpid());
+  const auto replace = [&](const char* value) {
+    std::ofstream(path) << "[Global]\nPort=" << value << "\n";
+  };
+  const auto port = [&] {
+    std::string value(20, ' ');
+    value.resize(profile.GetPrivateProfileString("Global", "Port", "none", value, path));
+    return value;
+  };
+  std::string seen;
+  replace("1");
+  loop.Defer([&] {
+    seen += port();
+    replace("2");
+    seen += port();
+    std::remove(path.c_str());
+    seen += port();
+    replace("3");
+  });
+  const Fd next(::eventfd(1, 0));
+  loop.Watch(next.Get(), EventLoop::Readable, [&](unsigned) {
+    seen += port();
+    loop.Quit();
+  });
+  loop.Run();
+  std::remove(path.c_str());
+  EXPECT_EQ(seen, "1113");
+}
+
+// A peer that has vanished is found on the connection, so that is where the options must hold.
+TEST(TcpSocket, ConnectionsInheritTheOptionsOfTheListener) {
+  const struct {
+    int Level, Option, Value;
+  } rows[] = {
+      {IPPROTO_TCP, TCP_NODELAY, 1},   {SOL_SOCKET, SO_KEEPALIVE, 1},
+      {IPPROTO_TCP, TCP_KEEPIDLE, 60}, {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+      {IPPROTO_TCP, TCP_KEEPCNT, 3},   {IPPROTO_TCP, TCP_USER_TIMEOUT, 90000},
+      {SOL_SOCKET, SO_REUSEADDR, 1},
+  };
+  PollLoop loop;
+  TcpSocket socket(loop);
+  std::vector<int> values;
+  const auto look = [&](int requestID) {
+    for (const auto& row : rows) {
+      int value = -1;
+      socklen_t length = sizeof value;
+      ::getsockopt(requestID, row.Level, row.Option, &value, &length);
+      values.push_back(value);
+    }
+    loop.Quit();
+  };
+  socket.SetEvents({look, [](auto) {}, [] {}, [](auto...) { ADD_FAILURE(); }});
+  ASSERT_FALSE(socket.Listen());
+  const tests::Peer peer = tests::Peer::Tcp(socket.LocalPort());
+  loop.Run();
+  ASSERT_EQ(values.size(), std::size(rows));
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ(values[i], rows[i].Value) << rows[i].Option;
+  }
 }
 
 // It ends its side before it reads.

@@ -22,13 +22,26 @@ Lingering::~Lingering() {
 }
 
 void Lingering::Add(Fd connection, SendQueue replies, bool peerHasClosed) {
-  if (replies.Empty()) {
-    if (peerHasClosed) return;
-    ::shutdown(connection.Get(), SHUT_WR);
-  }
   if (entries_.size() == MaxEntries) Forget(entries_.begin());
-  entries_.push_back({std::move(connection), std::move(replies), MaxBytes, peerHasClosed});
-  Watch(std::prev(entries_.end()));
+  entries_.push_back({std::move(connection), std::move(replies), MaxBytes, peerHasClosed, false});
+  loop_.Defer([this] { BeginAll(); });
+}
+
+void Lingering::BeginAll() {
+  for (auto entry = entries_.begin(); entry != entries_.end();) {
+    const auto present = entry++;
+    if (!present->Begun) Begin(present);
+  }
+}
+
+void Lingering::Begin(Place entry) {
+  entry->Begun = true;
+  if (entry->Replies.Empty() && entry->PeerHasClosed) {
+    Forget(entry);
+    return;
+  }
+  if (entry->Replies.Empty()) ::shutdown(entry->Connection.Get(), SHUT_WR);
+  Watch(entry);
 }
 
 void Lingering::Watch(Place entry) {

@@ -12,7 +12,8 @@ namespace quorbin {
 // Connections that the program has closed and whose last replies must still reach the peer. Unread
 // bytes at close() would turn into a reset that can overtake a reply, so first the replies go out,
 // then the writing side is shut down, and what the peer still sends is read away until it closes.
-// All of that happens between the events of the next connection and is bounded in bytes and number.
+// All of that happens after the running event, so that a peer who sees the end of its connection
+// finds the program listening again, and it is bounded in bytes and number.
 class Lingering {
  public:
   // The loop must outlive the object, whose end cuts what still lingers.
@@ -21,7 +22,7 @@ class Lingering {
   Lingering& operator=(const Lingering&) = delete;
   ~Lingering();
 
-  // Takes over a connection that is not watched, and the replies that wait in front of its end.
+  // Takes over a connection that is not watched, and the replies that go out before its end.
   // peerHasClosed: the end of its side has been read, so that nothing unread can be left.
   void Add(Fd connection, SendQueue replies, bool peerHasClosed);
 
@@ -31,9 +32,12 @@ class Lingering {
     SendQueue Replies;
     std::size_t Budget;  // bytes still read away before the connection is cut
     bool PeerHasClosed;  // its side; replies still go out
+    bool Begun;          // the event that closed it is over
   };
   using Place = std::list<Entry>::iterator;
 
+  void BeginAll();
+  void Begin(Place entry);
   void Watch(Place entry);
   void Ready(Place entry);
   void ReadAway(Place entry);

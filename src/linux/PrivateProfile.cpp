@@ -62,8 +62,11 @@ std::vector<std::string> FindKeys(std::string_view file, std::string_view sectio
 }
 
 const std::string& PrivateProfile::Read(const std::string& path) {
-  if (std::optional<std::string> file = ReadFile(path)) lastRead_ = std::move(*file);
-  return lastRead_;
+  if (path == path_) return bytes_;
+  if (std::optional<std::string> file = ReadFile(path)) bytes_ = std::move(*file);
+  if (path_.empty()) loop_.Defer([this] { path_.clear(); });
+  path_ = path;
+  return bytes_;
 }
 
 std::uint32_t PrivateProfile::GetPrivateProfileString(std::string_view section,

@@ -6,7 +6,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
 
 namespace quorbin {
@@ -14,6 +13,7 @@ namespace quorbin {
 StandardOutput::StandardOutput() {
   struct stat status {};
   if (::fstat(STDOUT_FILENO, &status) != 0) return;
+  isSocket_ = S_ISSOCK(status.st_mode);
   // O_NONBLOCK on the descriptor itself would also bind those that share it, the shell's say.
   if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
     mayWait_ = true;
@@ -25,19 +25,24 @@ StandardOutput::StandardOutput() {
 // only for the length of the write.
 ssize_t StandardOutput::WriteShared(std::string_view text) const {
   const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
-  if (mayWait_) ::fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
+  ::fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
   const ssize_t taken = ::write(STDOUT_FILENO, text.data(), text.size());
-  if (mayWait_) ::fcntl(STDOUT_FILENO, F_SETFL, flags);
+  ::fcntl(STDOUT_FILENO, F_SETFL, flags);
   return taken;
+}
+
+ssize_t StandardOutput::WriteSome(std::string_view text) const {
+  if (isSocket_) {
+    return ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  }
+  if (mayWait_ && !own_) return WriteShared(text);
+  return ::write(own_ ? own_.Get() : STDOUT_FILENO, text.data(), text.size());
 }
 
 void StandardOutput::Print(std::string_view lines) {
   std::string text(cut_ ? 1 : 0, '\n');
   text += lines;
-  ssize_t taken = ::send(STDOUT_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (taken < 0 && errno == ENOTSOCK) {
-    taken = own_ ? ::write(own_.Get(), text.data(), text.size()) : WriteShared(text);
-  }
+  const ssize_t taken = WriteSome(text);
   if (taken > 0) cut_ = static_cast<std::size_t>(taken) < text.size();
 }
 

@@ -18,9 +18,11 @@ class StandardOutput {
   void Print(std::string_view lines);
 
  private:
+  ssize_t WriteSome(std::string_view text) const;
   ssize_t WriteShared(std::string_view text) const;
 
   Fd own_;  // a description of its own of the same pipe or terminal, so that only it never waits
+  bool isSocket_ = false;
   bool mayWait_ = false;  // writing to the shared description could
   bool cut_ = false;
 };

@@ -120,13 +120,10 @@ std::error_code TcpListener::Open() {
   SetOption(listener, IPPROTO_TCP, TCP_KEEPCNT, KeepCount);
   SetOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, UserTimeout);
 
-  // The first listen() is exclusive: it fails if any other socket listens. The second one makes the
-  // system remember our user as the one that shares the port, while SO_REUSEADDR still goes past
-  // connections of an earlier run that belong to no process any more. From then on nothing but a
-  // listener of our own user could stop a listen().
-  if (::listen(listener, Backlog) != 0) return LastError();
+  // With SO_REUSEPORT this makes the system remember our user as the one that shares the port,
+  // while SO_REUSEADDR still goes past connections that no process owns any more. From here on
+  // nothing but another listener of our own user could stop a listen().
   SetOption(listener, SOL_SOCKET, SO_REUSEPORT, 1);
-  ::shutdown(listener, SHUT_RD);
   if (::listen(listener, Backlog) != 0) return LastError();
   SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 0);
   return {};

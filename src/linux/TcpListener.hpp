@@ -20,9 +20,9 @@ struct Arrival {
 //
 // - SO_REUSEADDR lets any two sockets bind one port while neither listens. It is set only up to the
 //   first Listen, which needs it to start over connections that an earlier run has left behind.
-// - SO_REUSEPORT shares a port among sockets of one user that all set it. It is set from the first
-//   Listen on, so that the later ones go past connections of our own that are not quite over. A
-//   second copy of the program has not set it when it binds, so it fails.
+// - SO_REUSEPORT shares a port among sockets of one user that all set it. It is set after the bind,
+//   so that a later Listen goes past connections of our own that are not quite over. A second copy
+//   of the program binds without it and fails.
 class TcpListener {
  public:
   std::int32_t Port() const { return port_; }

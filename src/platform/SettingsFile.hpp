@@ -15,7 +15,7 @@ class SettingsFile : public PlatformInterface {
   // Puts the value of the key into the buffer, or the default text if the file, the section or
   // the key is missing, and returns the number of bytes put there: at most one less than the
   // buffer holds. An empty value counts as found. Section and key match without regard to the
-  // case of ASCII letters. The file is read afresh at every call.
+  // case of ASCII letters. Each event reads the file afresh, and all of its calls see one version.
   virtual std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
                                                 std::string_view defaultText,
                                                 std::span<char> buffer,
