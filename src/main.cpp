@@ -21,11 +21,12 @@
 #include "OutputFiles.hpp"
 #include "PrivateProfile.hpp"
 #include "Processes.hpp"
+#include "Rights.hpp"
 #include "Signals.hpp"
 #include "StandardOutput.hpp"
 #include "StandardStreams.hpp"
+#include "StreamSocket.hpp"
 #include "SystemJournal.hpp"
-#include "TcpSocket.hpp"
 #include "UnixComputer.hpp"
 #include "Windows.hpp"
 #ifdef QUORBIN_WINDOWS
@@ -61,11 +62,11 @@ int main() {
   StandardOutput output;
   const std::unique_ptr<Front> front = OpenFront(loop, output);
 
-  TcpSocket winsock(loop);
-  ForwardConfirmedResolver resolver;
-  PrivateProfile profile(front.Loop);
   const std::string executable = ExecutablePath();
   InstanceDir instanceDir(std::filesystem::path(executable).stem());
+  StreamSocket winsock(loop, instanceDir);
+  ForwardConfirmedResolver resolver;
+  PrivateProfile profile(loop);
   UnixComputer computer(executable, instanceDir,
                         [&signals, &front](const std::string& text, const std::string& title) {
                           signals.Release();
@@ -112,6 +113,7 @@ int main() {
     Load(starting);
     starting.Link.SetLinkMode(1);
   }));
+  GiveUpRights();
   front->Run();
   return EXIT_SUCCESS;
 }

@@ -1,4 +1,4 @@
-// The built service, spoken to over TCP.
+// The built service, spoken to over TCP and over the Unix socket.
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <regex>
 #include <thread>
 #include <vector>
 
@@ -16,6 +17,15 @@ namespace quorbin::tests {
 namespace {
 
 using namespace std::string_literals;
+
+class EndToEnd : public testing::TestWithParam<Way> {
+ protected:
+  void SetUp() override { Service::NextWay = GetParam(); }
+  void TearDown() override { Service::NextWay = Way::Tcp; }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, EndToEnd, testing::Values(Way::Tcp, Way::Local),
+                         [](const auto& test) { return test.param == Way::Tcp ? "Tcp" : "Local"; });
 
 const std::string Announce = "$VERSION$:1|$FILE$:a.txt|$FILETYPE$:B|$DATA$";
 
@@ -27,7 +37,7 @@ void ExpectService(const Service& service) {
   EXPECT_EQ(service.Viewed(), "still here\r\n");
 }
 
-TEST(EndToEnd, ConsoleShowsATransfer) {
+TEST_P(EndToEnd, ConsoleShowsATransfer) {
   Running service;
   service.Signal(SIGUSR1);
   EXPECT_EQ(service.Connect().Talk("$VERSION$:2\\\x1B[m\xC3\xA4\xE4|$KDOEXT$:-z -y|"
@@ -41,22 +51,26 @@ TEST(EndToEnd, ConsoleShowsATransfer) {
   out.resize(out.rfind("started task ") + 13);
   const std::string home = service.Home;
   for (std::size_t at = 0; (at = out.find(home)) != out.npos;) out.erase(at, home.size());
+  const std::string address = service.PeerAddress();
   EXPECT_EQ(out,
-            "aktion: listening\npartner: 127.0.0.1\naktion: Connected\nresu: OK\n"
-            "Satz: $VERSION$:2\\\\\\x1B[m\xC3\xA4\\xE4\n"
-            "partner: 127.0.0.1 (Version 2\\\\\\x1B[m\xC3\xA4\\xE4)\n"
-            "Satz: $KDOEXT$:-z -y\nkext: -z -y\nSatz: $FILE$:/BS2/sample.txt\n"
-            "fext: (automatic) .txt\nkdo: /view \"%1\"\nSatz: $FILETYPE$:B\nftp: binary\n"
-            "Satz: $DATA$\ndateiname: /tmp/f$~.sample.txt\naktion: open binary file\n"
-            "aktion: writing file (B)\nSatz: Received Bytes:  10\nSatz: Block  1:  29 Bytes\n"
-            "Satz: +OK: Rest = 0\naktion: executing command\n"
-            "kdo: /view \"/tmp/f$~.sample.txt\" -z -y\nSatz: File written with  10 Bytes\n"
-            "resu: started task ");
+            "aktion: listening\npartner: " + address +
+                "\naktion: Connected\nresu: OK\n"
+                "Satz: $VERSION$:2\\\\\\x1B[m\xC3\xA4\\xE4\n"
+                "partner: " +
+                address +
+                " (Version 2\\\\\\x1B[m\xC3\xA4\\xE4)\n"
+                "Satz: $KDOEXT$:-z -y\nkext: -z -y\nSatz: $FILE$:/BS2/sample.txt\n"
+                "fext: (automatic) .txt\nkdo: /view \"%1\"\nSatz: $FILETYPE$:B\nftp: binary\n"
+                "Satz: $DATA$\ndateiname: /tmp/f$~.sample.txt\naktion: open binary file\n"
+                "aktion: writing file (B)\nSatz: Received Bytes:  10\nSatz: Block  1:  29 Bytes\n"
+                "Satz: +OK: Rest = 0\naktion: executing command\n"
+                "kdo: /view \"/tmp/f$~.sample.txt\" -z -y\nSatz: File written with  10 Bytes\n"
+                "resu: started task ");
   EXPECT_EQ(fs::status(service.Path("tmp/f$~.sample.txt")).permissions(),
             fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST(EndToEnd, ExitStatusAndMessages) {
+TEST(Port, ExitStatusAndMessages) {
   Service service;
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     ASSERT_TRUE(service.Start());
@@ -122,7 +136,7 @@ void BindAllTheTime(BindAttempts& attempts, int port) {
   }
 }
 
-TEST(EndToEnd, NoOtherUserTakesThePort) {
+TEST(Port, NoOtherUserTakesThePort) {
   if (::geteuid() != 0) GTEST_SKIP() << "no rights to become another user";
   Running service;
   void* const shared = ::mmap(nullptr, sizeof(BindAttempts), PROT_READ | PROT_WRITE,
@@ -150,7 +164,7 @@ TEST(EndToEnd, NoOtherUserTakesThePort) {
   ::munmap(shared, sizeof(BindAttempts));
 }
 
-TEST(EndToEnd, StartsOverWhatAnEarlierRunHasLeft) {
+TEST(Port, StartsOverWhatAnEarlierRunHasLeft) {
   Running service;
   // The side that closes first remembers the connection; the other one is still open.
   for (int i = 0; i < 3; ++i) EXPECT_EQ(service.Connect().Talk("$EOF$"), "(closed)");
@@ -163,7 +177,7 @@ TEST(EndToEnd, StartsOverWhatAnEarlierRunHasLeft) {
 }
 
 // A dropped request comes again after a second; one that is refused costs nothing.
-TEST(EndToEnd, ACrowdIsRefusedAtOnce) {
+TEST_P(EndToEnd, ACrowdIsRefusedAtOnce) {
   Running service;
   std::atomic<int> served = 0;
   std::atomic<int> dropped = 0;
@@ -171,7 +185,7 @@ TEST(EndToEnd, ACrowdIsRefusedAtOnce) {
     const auto end = std::chrono::steady_clock::now() + Patience;
     while (std::chrono::steady_clock::now() < end) {
       const auto start = std::chrono::steady_clock::now();
-      const Peer peer = Peer::Tcp(service.Port);
+      const Peer peer = service.TryToConnect();
       if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(900)) ++dropped;
       if (peer && peer.Talk("$VERSION$:1") == "+OK1.1.03") {
         ++served;
@@ -189,7 +203,130 @@ TEST(EndToEnd, ACrowdIsRefusedAtOnce) {
   EXPECT_LE(dropped, senders / 20);
 }
 
-TEST(EndToEnd, PortOfTheSystemsChoiceIsKept) {
+TEST(Port, OneAddressAlone) {
+  const struct {
+    const char* Listen;
+    bool OverV4, OverV6;
+  } rows[] = {{"127.0.0.1", true, false},
+              {"0.0.0.0", true, false},
+              {"::1", false, true},
+              {"::", false, true},
+              {"", true, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Listen);
+    Service service("[Global]\nListen=" + std::string(row.Listen) + "\n");
+    ASSERT_TRUE(service.Start());
+    EXPECT_EQ(static_cast<bool>(Peer::Tcp(service.Port)), row.OverV4);
+    // A connection before is not over at once.
+    EXPECT_EQ(static_cast<bool>(row.OverV6 ? service.Connect(true) : Peer::Tcp(service.Port, true)),
+              row.OverV6);
+  }
+}
+
+TEST(Port, WrongSettingsEndTheStart) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"Listen=localhost", "Listen=localhost"}, {"Listen=10.1", "Listen=10.1"},
+      {"Listen=*LOCAL", "Listen=*LOCAL"},       {"Listen=::1 ::2", "Listen=::1 ::2"},
+      {"Parameters=deny", "Parameters=deny"},
+  };
+  for (const auto& [setting, named] : rows) {
+    Service service("[Global]\n" + setting + "\n");
+    service.Launch();
+    EXPECT_EQ(service.Wait(), 1);
+    EXPECT_EQ(Contents(service.Home / "err"),
+              "Error while loadingQuorbin: Wrong value in the section Global of " +
+                  service.Path("quorbin.ini") + ": " + named + "\n");
+  }
+  Service service("[Global]\nListen=192.0.2.1\n");  // of no machine
+  service.Launch();
+  EXPECT_EQ(service.Wait(), 1);
+  EXPECT_EQ(Contents(service.Home / "err"), "Error while loadingQuorbin: Can't listen on port " +
+                                                std::to_string(service.Port) +
+                                                " of 192.0.2.1: Cannot assign requested address\n");
+}
+
+TEST_P(EndToEnd, ParametersCanBeDenied) {
+  Service service("[Global]\nParameters=*deny\n");
+  ASSERT_TRUE(service.Start());
+  const Peer peer = service.Connect();
+  EXPECT_EQ(peer.Talk("$KDOPRF$:-before"), "-PARAM");
+  EXPECT_EQ(peer.Talk("$KDOEXT$:-after"), "-PARAM");
+  EXPECT_EQ(peer.Talk("$FILE$:a.txt|$DATA$|x|$EOF$"), "+OK");
+  EXPECT_EQ(service.Viewed(), "x\r\n");
+  EXPECT_EQ(Contents(service.Home / "view.arguments"), "\n");
+  EXPECT_EQ(Contents(service.Home / "out").find("kext"), std::string::npos);
+}
+
+TEST_P(EndToEnd, OneAtATimeAndADeniedPeerReachesNothing) {
+  Service service("[Hosts]\n" + Service().PeerAddress() + "=*deny\n");
+  ASSERT_TRUE(service.Start());
+  const Peer denied = service.Connect();
+  ASSERT_TRUE(service.Shows("aktion: Connected\n"));
+  EXPECT_FALSE(service.TryToConnect());
+  EXPECT_EQ(denied.Talk("$FILE$:a.txt"), "(closed)");
+  EXPECT_TRUE(service.Shows("resu: Hostaccess denied\n"));
+  EXPECT_EQ(service.Received(), 0U);
+  service.Settings("");
+  ExpectService(service);
+}
+
+TEST(Local, OnlyTheUserAndNoPort) {
+  Service::NextWay = Way::Local;
+  Service service;
+  Service::NextWay = Way::Tcp;
+  fs::create_directory(service.Home / "run/Quorbin");
+  service.WriteFile("run/Quorbin/in", "");  // what else lies there is not removed
+  service.Launch();
+  EXPECT_EQ(service.Wait(), 1);
+  EXPECT_EQ(Contents(service.Home / "err"),
+            "Error while loadingQuorbin: Can't listen on *local: Address already in use\n");
+  fs::remove(service.Home / "run/Quorbin/in");
+  ASSERT_TRUE(service.Start());
+  service.Stop(SIGKILL);  // leaves its socket behind
+  ASSERT_TRUE(service.Start());
+  EXPECT_FALSE(Peer::Tcp(service.Port));
+  EXPECT_EQ(fs::status(service.Path("run/Quorbin/in")).permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+  if (::geteuid() == 0) {
+    // Even with the doors open: the peer's user decides.
+    for (const char* opened : {"", "run", "run/Quorbin", "run/Quorbin/in"}) {
+      fs::permissions(service.Home / opened, fs::perms::all);
+    }
+    const pid_t other = ::fork();
+    if (other == 0) {
+      constexpr uid_t nobody = 65534;
+      if (::setresuid(nobody, nobody, nobody) != 0) ::_exit(1);
+      const Peer peer = service.TryToConnect();
+      if (!peer) ::_exit(2);
+      peer.Send("$VERSION$:1");
+      ::_exit(peer.ReceiveAll().starts_with("+OK") ? 3 : 0);
+    }
+    int status = -1;
+    ::waitpid(other, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Contents(service.Home / "out").find("partner"), std::string::npos);
+  }
+  ExpectService(service);
+  EXPECT_EQ(service.Stop(), 0);
+  EXPECT_FALSE(fs::exists(service.Path("run/Quorbin/in")));
+}
+
+TEST_P(EndToEnd, KeepsNoRightsAndLeavesNoCore) {
+  Service service;
+  ASSERT_TRUE(service.Start([] {
+    const rlimit cores = {.rlim_cur = 4096, .rlim_max = 4096};
+    ::setrlimit(RLIMIT_CORE, &cores);
+  }));
+  ExpectService(service);
+  const std::string status = Contents(service.ProcessFolder() / "status");
+  for (const char* set : {"CapPrm", "CapEff", "CapAmb"}) {
+    EXPECT_NE(status.find(std::string(set) + ":\t0000000000000000\n"), status.npos) << status;
+  }
+  EXPECT_TRUE(std::regex_search(Contents(service.ProcessFolder() / "limits"),
+                                std::regex("Max core file size +0 +4096")));
+}
+
+TEST(Port, PortOfTheSystemsChoiceIsKept) {
   Service service;
   service.Port = 0;
   service.Settings("");
@@ -204,7 +341,7 @@ TEST(EndToEnd, PortOfTheSystemsChoiceIsKept) {
   EXPECT_EQ(Contents(service.Home / "err"), told);
 }
 
-TEST(EndToEnd, PeersOfBothFamiliesOneAtATime) {
+TEST(Port, PeersOfBothFamiliesOneAtATime) {
   Running service;
   const Peer first = service.Connect(true);
   EXPECT_EQ(first.Talk("$VERSION$:1"), "+OK1.1.03");
@@ -214,7 +351,7 @@ TEST(EndToEnd, PeersOfBothFamiliesOneAtATime) {
   ExpectService(service);
 }
 
-TEST(EndToEnd, WhatStandsAtTheOutputPathStaysAsItIs) {
+TEST_P(EndToEnd, WhatStandsAtTheOutputPathStaysAsItIs) {
   Running service;
   const fs::path precious = service.Home / "precious";
   const std::string planted = service.Path("tmp/f$~.");
@@ -243,7 +380,7 @@ TEST(EndToEnd, WhatStandsAtTheOutputPathStaysAsItIs) {
   EXPECT_EQ(service.Received(), 2U);
 }
 
-TEST(EndToEnd, NoPlaceForTheFile) {
+TEST_P(EndToEnd, NoPlaceForTheFile) {
   Service service;
   // A limit of the file's size fails writes as a full disk does.
   ASSERT_TRUE(service.Start([] {
@@ -257,7 +394,7 @@ TEST(EndToEnd, NoPlaceForTheFile) {
   ExpectService(service);
 }
 
-TEST(EndToEnd, PeersThatGoAtEveryStep) {
+TEST_P(EndToEnd, PeersThatGoAtEveryStep) {
   Running service;
   const std::size_t descriptors = service.Descriptors();
   const std::string steps = Announce + "|$BUFFLEN$0000000020x|$BUFFLEN$0000000020y";
@@ -278,7 +415,7 @@ TEST(EndToEnd, PeersThatGoAtEveryStep) {
   ExpectService(service);
 }
 
-TEST(EndToEnd, AChunkIsAllThatWaits) {
+TEST_P(EndToEnd, AChunkIsAllThatWaits) {
   Running service;
   const Peer peer = service.Connect();
   ASSERT_EQ(peer.Talk("$FILE$:a.txt|$FILETYPE$:B|$DATA$"), "+OK");
@@ -291,7 +428,7 @@ TEST(EndToEnd, AChunkIsAllThatWaits) {
   EXPECT_EQ(service.Viewed(), std::string(100000, 'x'));
 }
 
-TEST(EndToEnd, AReplyOutlivesWhatWasNeverRead) {
+TEST_P(EndToEnd, AReplyOutlivesWhatWasNeverRead) {
   Running service;
   const Peer peer = service.Connect();
   ASSERT_EQ(peer.Talk(Announce), "+OK");
@@ -301,7 +438,7 @@ TEST(EndToEnd, AReplyOutlivesWhatWasNeverRead) {
   EXPECT_EQ(service.Viewed(), "");
 }
 
-TEST(EndToEnd, ViewersStandAlone) {
+TEST_P(EndToEnd, ViewersStandAlone) {
   Service service;
   // Tells its descriptors, its input and its session by helpers that have inherited them, then its
   // number. Blocked and ignored signals, up to 28, are read without it: a shell clears some.
@@ -330,7 +467,7 @@ TEST(EndToEnd, ViewersStandAlone) {
   EXPECT_TRUE(Eventually([&] { return Contents(service.Home / "ran") == "ran\n"; }));
 }
 
-TEST(EndToEnd, AStoppedReaderOfTheOutputHoldsNothingUp) {
+TEST_P(EndToEnd, AStoppedReaderOfTheOutputHoldsNothingUp) {
   Service service;
   const std::string pipe = service.Path("pipe");
   ::mkfifo(pipe.c_str(), 0600);
@@ -343,7 +480,7 @@ TEST(EndToEnd, AStoppedReaderOfTheOutputHoldsNothingUp) {
   ExpectService(service);
 }
 
-TEST(EndToEnd, ClosedStreamsGoToNoPeer) {
+TEST_P(EndToEnd, ClosedStreamsGoToNoPeer) {
   Service service;
   service.Launch([] { ::close_range(STDIN_FILENO, STDERR_FILENO, 0); });
   ExpectService(service);

@@ -48,6 +48,9 @@ struct FakeWinsock : Fake<Winsock> {
   int State() const override { return state; }
   std::int32_t LocalPort() const override { return port; }
   void SetLocalPort(std::int32_t p) override { port = p; }
+  bool SetLocalAddress(const std::string& address) override {
+    return address.empty() || address == LocalPeer;
+  }
   void Close() override { state = Noted(0, "Close"); }
   std::error_code Listen() override {
     state = Noted(2, "Listen");

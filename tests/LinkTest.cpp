@@ -1,18 +1,13 @@
 // The link channel of the built service, through a raw socket and once through its client.
 
 #include <gtest/gtest.h>
-#include <sys/un.h>
 
 #include "Service.hpp"
 
 namespace quorbin::tests {
 namespace {
 
-Peer Link(const Service& service) {
-  sockaddr_un address = {AF_UNIX, {}};
-  service.Path("run/Quorbin/qbstop").copy(address.sun_path, sizeof address.sun_path - 1);
-  return {AF_UNIX, address};
-}
+Peer Link(const Service& service) { return Peer::Local(service.Path("run/Quorbin/qbstop")); }
 
 // The answers to the lines, behind which the client ends its half; "(error)" without a service.
 std::string Ask(const Service& service, const std::string& lines) {

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <chrono>
 #include <string>
@@ -38,6 +39,12 @@ class Peer {
     const int on = 1;
     ::setsockopt(peer.Descriptor(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return peer;
+  }
+
+  static Peer Local(const std::string& path) {
+    sockaddr_un address = {AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return {AF_UNIX, address};
   }
 
   explicit operator bool() const { return static_cast<bool>(socket_); }

@@ -13,13 +13,21 @@
 #include "EpollLoop.hpp"
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
+#include "InstanceDir.hpp"
 #include "Peer.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
-#include "TcpSocket.hpp"
+#include "StreamSocket.hpp"
 
 namespace quorbin {
 namespace {
+
+// Sockets of TCP need none.
+const InstanceDir& NoDirectory() {
+  ::setenv("XDG_RUNTIME_DIR", "/dev/null", 1);
+  static const InstanceDir directory("Quorbin");
+  return directory;
+}
 
 TEST(CommandLine, Splits) {
   const std::pair<std::string, std::vector<std::string>> rows[] = {
@@ -113,7 +121,7 @@ TEST(EpollLoop, HandlesOneEventAtATime) {
 }
 
 TEST(PrivateProfile, AnEventSeesOneVersionOfTheFile) {
-  PollLoop loop;
+  EpollLoop loop;
   PrivateProfile profile(loop);
   const std::string path = testing::TempDir() + "quorbin-profile-" + std::to_string(::getpid());
   const auto replace = [&](const char* value) {
@@ -145,7 +153,7 @@ TEST(PrivateProfile, AnEventSeesOneVersionOfTheFile) {
 }
 
 // A peer that has vanished is found on the connection, so that is where the options must hold.
-TEST(TcpSocket, ConnectionsInheritTheOptionsOfTheListener) {
+TEST(StreamSocket, ConnectionsInheritTheOptionsOfTheListener) {
   const struct {
     int Level, Option, Value;
   } rows[] = {
@@ -154,8 +162,8 @@ TEST(TcpSocket, ConnectionsInheritTheOptionsOfTheListener) {
       {IPPROTO_TCP, TCP_KEEPCNT, 3},   {IPPROTO_TCP, TCP_USER_TIMEOUT, 90000},
       {SOL_SOCKET, SO_REUSEADDR, 1},
   };
-  PollLoop loop;
-  TcpSocket socket(loop);
+  EpollLoop loop;
+  StreamSocket socket(loop, NoDirectory());
   std::vector<int> values;
   const auto look = [&](int requestID) {
     for (const auto& row : rows) {
@@ -177,11 +185,11 @@ TEST(TcpSocket, ConnectionsInheritTheOptionsOfTheListener) {
 }
 
 // It ends its side before it reads.
-TEST(TcpSocket, RepliesWaitForALatePeerUpToALimit) {
+TEST(StreamSocket, RepliesWaitForALatePeerUpToALimit) {
   const std::string reply(60000, 'r');
   for (const int replies : {1, 2}) {
     EpollLoop loop;
-    TcpSocket socket(loop);
+    StreamSocket socket(loop, NoDirectory());
     const auto accept = [&](int requestID) {
       const int little = 4096;
       ::setsockopt(requestID, SOL_SOCKET, SO_SNDBUF, &little, sizeof little);

@@ -39,8 +39,14 @@ inline std::string Contents(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// What a service listens on.
+enum class Way { Tcp, Local };
+
 class Service {
  public:
+  // The way of the next services.
+  static inline Way NextWay = Way::Tcp;
+
   explicit Service(const std::string& settings = {}) {
     std::string pattern = (fs::temp_directory_path() / "quorbin-test-XXXXXX").string();
     Home = ::mkdtemp(pattern.data());
@@ -67,7 +73,9 @@ class Service {
   void Settings(const std::string& more) {
     WriteFile("quorbin.ini", "[Extensions]\n" + more + "[Extensions]\ntxt=" + Path("view") +
                                  " \"%1\"\n[Global]\nControl=2\nPort=" + std::to_string(Port) +
-                                 "\n[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n::1=*allow\n");
+                                 (way_ == Way::Local ? "\nListen=*local" : "") +
+                                 "\n[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n::1=*allow\n"
+                                 "*local=*allow\n");
   }
 
   // Starts the program; prepare runs in the child before it.
@@ -110,9 +118,14 @@ class Service {
   // A connection, as soon as the program listens.
   Peer Connect(bool v6 = false) const {
     Peer peer;
-    Eventually([&] { return static_cast<bool>(peer = Peer::Tcp(Port, v6)); });
+    Eventually([&] { return static_cast<bool>(peer = TryToConnect(v6)); });
     return peer;
   }
+  Peer TryToConnect(bool v6 = false) const {
+    return way_ == Way::Local ? Peer::Local(Path("run/Quorbin/in")) : Peer::Tcp(Port, v6);
+  }
+  // The address of an IPv4 peer, or of one on the Unix socket.
+  std::string PeerAddress() const { return way_ == Way::Local ? "*local" : "127.0.0.1"; }
   // True once the text stands in standard output.
   bool Shows(const std::string& text) const {
     return Eventually([&] { return Contents(Home / "out").find(text) != std::string::npos; });
@@ -124,7 +137,8 @@ class Service {
     fs::remove(Home / "view.ed");
     return bytes;
   }
-  fs::path DescriptorFolder() const { return "/proc/" + std::to_string(pid_) + "/fd"; }
+  fs::path ProcessFolder() const { return "/proc/" + std::to_string(pid_); }
+  fs::path DescriptorFolder() const { return ProcessFolder() / "fd"; }
   std::size_t Descriptors() const { return CountEntries(DescriptorFolder()); }
   std::size_t Received() const { return CountEntries(Home / "tmp"); }
   std::string Path(const std::string& name) const { return (Home / name).string(); }
@@ -154,6 +168,7 @@ class Service {
     return ntohs(address.sin_port);
   }
 
+  const Way way_ = NextWay;
   pid_t pid_ = 0;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Where the service and its client meet.
+// Where the service and its clients on this machine meet.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "LinkProtocol.hpp"
 
@@ -22,14 +23,22 @@ inline std::string RunTimeDirectory(const std::string& programName) {
   return "/tmp/" + programName + "-" + std::to_string(::geteuid());
 }
 
-// The link channel's socket by way of the open directory, whose path may be too long for a socket's
-// address. Nobody can put another directory in its place.
-inline sockaddr_un LinkAddress(int directory) {
+// Name of the socket in the run-time directory that files come in by with Listen=*local.
+inline constexpr std::string_view LocalSocketName = "in";
+
+// A socket in the run-time directory by way of the open directory, whose path may be too long for a
+// socket's address. Nobody can put another directory in its place.
+inline sockaddr_un SocketAddress(int directory, std::string_view name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", directory,
-                LinkProtocol::SocketName.data());
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%.*s", directory,
+                static_cast<int>(name.size()), name.data());
   return address;
+}
+
+// The socket of the link channel.
+inline sockaddr_un LinkAddress(int directory) {
+  return SocketAddress(directory, LinkProtocol::SocketName);
 }
 
 }  // namespace quorbin

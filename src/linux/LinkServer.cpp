@@ -1,10 +1,8 @@
 #include "LinkServer.hpp"
 
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <fcntl.h>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -13,9 +11,8 @@
 #include <optional>
 #include <system_error>
 
-#include "LastError.hpp"
-#include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
+#include "LocalSocket.hpp"
 
 namespace quorbin {
 
@@ -25,50 +22,11 @@ namespace {
 
 constexpr int Backlog = 16;
 
-Fd UnixSocket() { return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)); }
-
-bool IsSameUser(int peer) {
-  ucred credentials{};
-  socklen_t length = sizeof credentials;
-  return ::getsockopt(peer, SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0 &&
-         credentials.uid == ::geteuid();
-}
-
 // Unread bytes at the close would reach the client as a reset behind its last answer.
 void ReadAway(int peer) {
   std::array<char, MaxLine> bytes;
   for (int count = 0; count < 16 && ::recv(peer, bytes.data(), bytes.size(), 0) > 0; ++count) {
   }
-}
-
-// Removes the socket of a run that has crashed. A live one stays, and so does whatever else has
-// that name; bind() then tells.
-void RemoveStale(int directory, const sockaddr_un& address) {
-  struct stat status {};
-  if (::fstatat(directory, SocketName.data(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      !S_ISSOCK(status.st_mode)) {
-    return;
-  }
-  const Fd probe = UnixSocket();
-  const bool connects =
-      ::connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  if (!connects && errno == ECONNREFUSED) ::unlinkat(directory, SocketName.data(), 0);
-}
-
-std::error_code Open(int directory, Fd& listener) {
-  const sockaddr_un address = LinkAddress(directory);
-  RemoveStale(directory, address);
-  Fd opened = UnixSocket();
-  if (!opened) return LastError();
-  const mode_t mask = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
-  const int bound =
-      ::bind(opened.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  const std::error_code error = LastError();
-  ::umask(mask);
-  if (bound != 0) return error;
-  if (::listen(opened.Get(), Backlog) != 0) return LastError();
-  listener = std::move(opened);
-  return {};
 }
 
 }  // namespace
@@ -94,7 +52,8 @@ void LinkServer::SetLinkMode(int mode) {
 
 void LinkServer::Publish() {
   if (listener_ || !directory_.Claimed()) return;
-  if (const std::error_code error = Open(directory_.Descriptor(), listener_)) {
+  if (const std::error_code error =
+          ListenInDirectory(directory_.Descriptor(), SocketName, Backlog, listener_)) {
     std::fprintf(stderr, "Quorbin: no link channel: %s\n", error.message().c_str());
     return;
   }

@@ -8,7 +8,8 @@
 namespace quorbin {
 
 // Bytes straight from the system. What is given up goes back to it at once, where an allocator
-// would keep a large block for a next one that may never come, and growing copies nothing.
+// would keep a large block for a next one that may never come, and growing copies nothing. A core
+// dump does not hold them.
 class MappedBuffer {
  public:
   // Throws std::bad_alloc if there is no memory.
@@ -16,6 +17,7 @@ class MappedBuffer {
       : bytes_(::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)),
         size_(size) {
     if (bytes_ == MAP_FAILED) throw std::bad_alloc();
+    ::madvise(bytes_, size, MADV_DONTDUMP);
   }
   MappedBuffer(const MappedBuffer&) = delete;
   MappedBuffer& operator=(const MappedBuffer&) = delete;

@@ -31,6 +31,10 @@ constexpr int KeepInterval = 10;  // seconds between probes
 constexpr int KeepCount = 3;      // probes without an answer
 constexpr int UserTimeout = (KeepIdle + KeepCount * KeepInterval) * 1000;  // milliseconds
 
+// Of the port in an address, the same in both families.
+constexpr std::size_t PortPlace = offsetof(sockaddr_in, sin_port);
+static_assert(PortPlace == offsetof(sockaddr_in6, sin6_port));
+
 void SetOption(int descriptor, int level, int option, int value) {
   // Each of these only makes a good thing better; a system that refuses one still works.
   ::setsockopt(descriptor, level, option, &value, sizeof value);
@@ -55,34 +59,53 @@ std::string AddressText(const sockaddr_storage& address, socklen_t length) {
 
 }  // namespace
 
+bool TcpListener::SetAddress(const std::string& address) {
+  sockaddr_storage parsed{};
+  if (!address.empty()) {
+    addrinfo hints{};
+    // The system's reader of IPv4 addresses takes shortened forms, too, which are typing errors
+    // here.
+    in_addr v4{};
+    hints.ai_family = ::inet_pton(AF_INET, address.c_str(), &v4) == 1 ? AF_INET : AF_INET6;
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* list = nullptr;
+    if (::getaddrinfo(address.c_str(), nullptr, &hints, &list) != 0) return false;
+    std::memcpy(&parsed, list->ai_addr, list->ai_addrlen);
+    ::freeaddrinfo(list);
+  }
+  address_ = parsed;
+  return true;
+}
+
+std::error_code TcpListener::BindTo(sockaddr_storage address) {
+  const in_port_t port = htons(static_cast<in_port_t>(port_));
+  std::memcpy(reinterpret_cast<char*>(&address) + PortPlace, &port, sizeof port);
+  const bool v6 = address.ss_family == AF_INET6;
+  socket_.Reset(::socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!socket_) return LastError();
+  SetOption(socket_.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
+  const bool both = address_.ss_family == AF_UNSPEC;
+  if (v6) SetOption(socket_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, both ? 0 : 1);
+  const socklen_t length = v6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  if (::bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0) return {};
+  const std::error_code error = LastError();
+  socket_.Reset();
+  return error;
+}
+
 std::error_code TcpListener::Bind() {
   if (port_ < 0 || port_ > std::numeric_limits<in_port_t>::max()) {
     return std::make_error_code(std::errc::result_out_of_range);
   }
-  const in_port_t port = htons(static_cast<in_port_t>(port_));
-  constexpr int type = SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC;
-  const sockaddr_in6 any6 = {.sin6_family = AF_INET6,
-                             .sin6_port = port,
-                             .sin6_flowinfo = 0,
-                             .sin6_addr = in6addr_any,
-                             .sin6_scope_id = 0};
-  const sockaddr_in any4 = {
-      .sin_family = AF_INET, .sin_port = port, .sin_addr = {INADDR_ANY}, .sin_zero = {}};
-
-  const auto bindTo = [&](int family, const void* address, socklen_t length) -> std::error_code {
-    socket_.Reset(::socket(family, type, 0));
-    if (!socket_) return LastError();
-    SetOption(socket_.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
-    if (family == AF_INET6) SetOption(socket_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, 0);
-    if (::bind(socket_.Get(), static_cast<const sockaddr*>(address), length) == 0) return {};
-    const std::error_code error = LastError();
-    socket_.Reset();
-    return error;
-  };
-  std::error_code error = bindTo(AF_INET6, &any6, sizeof any6);
+  if (address_.ss_family != AF_UNSPEC) return BindTo(address_);
+  sockaddr_storage any{};
+  any.ss_family = AF_INET6;
+  std::error_code error = BindTo(any);
   if (error == std::errc::address_family_not_supported ||
       error == std::errc::address_not_available) {
-    error = bindTo(AF_INET, &any4, sizeof any4);  // IPv6 is off
+    any.ss_family = AF_INET;  // IPv6 is off
+    error = BindTo(any);
   }
   return error;
 }
@@ -94,10 +117,8 @@ std::error_code TcpListener::BindAnyPort() {
   if (::getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
     return LastError();
   }
-  // The port stands in the same place in both families.
   in_port_t port = 0;
-  std::memcpy(&port, reinterpret_cast<const char*>(&address) + offsetof(sockaddr_in, sin_port),
-              sizeof port);
+  std::memcpy(&port, reinterpret_cast<const char*>(&address) + PortPlace, sizeof port);
   port_ = ntohs(port);
   // A port that was not asked for by its number would be given up at the first shutdown: bound
   // anew, before the first socket lets it go.

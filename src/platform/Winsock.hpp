@@ -10,7 +10,11 @@
 
 namespace quorbin {
 
-// The one TCP socket object: the listener between connections and the connected
+// The address to listen on that stands for the Unix socket in the run-time directory, and the one
+// of its peers.
+inline constexpr std::string_view LocalPeer = "*local";
+
+// The one stream socket object: the listener between connections and the connected
 // socket during one. It never does both at a time.
 class Winsock : public PlatformInterface {
  public:
@@ -35,6 +39,10 @@ class Winsock : public PlatformInterface {
   virtual std::int32_t LocalPort() const = 0;
   virtual void SetLocalPort(std::int32_t port) = 0;
 
+  // Where to listen, to be called before Listen: one address of the machine in numeric form,
+  // LocalPeer, which has no port, or all addresses if empty. False for any other text.
+  virtual bool SetLocalAddress(const std::string& address) = 0;
+
   // Stops listening (waiting peers are reset, the port stays ours) or ends the connection. Replies
   // handed to SendData before still reach the peer. Raises no event.
   virtual void Close() = 0;
@@ -54,8 +62,8 @@ class Winsock : public PlatformInterface {
   // running event.
   virtual void SendData(std::string_view bytes) = 0;
 
-  // The peer that requests or holds the connection, as text: dotted form for IPv4. Still readable
-  // after Close has stopped the listener.
+  // The peer that requests or holds the connection, as text: dotted form for IPv4,
+  // LocalPeer for the Unix socket. Still readable after Close has stopped the listener.
   virtual std::string RemoteHostIP() const = 0;
 
   // That peer's host name; empty, since no lookup is made for display.

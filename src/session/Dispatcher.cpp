@@ -99,8 +99,17 @@ void Text(Form1& form, std::string_view /*value*/) {
   form.Winsock1.SendData(Reply::Ok);
 }
 
+void Unknown(Form1& form) {
+  form.FControl.Write(Field::resu, Resu::WrongParam);
+  form.Winsock1.SendData(Reply::Param);
+}
+
 // An empty value leaves the parameter as it was.
 void Parameter(Form1& form, std::string& parameter, Field field, std::string_view value) {
+  if (!form.ParametersAllowed) {
+    Unknown(form);
+    return;
+  }
   if (!value.empty()) parameter = value;
   form.FControl.Write(field, parameter);
   form.Winsock1.SendData(Reply::Ok);
@@ -112,11 +121,6 @@ void Suffix(Form1& form, std::string_view value) {
 
 void Prefix(Form1& form, std::string_view value) {
   Parameter(form, form.Session.KdoPrf, Field::kprf, value);
-}
-
-void Unknown(Form1& form) {
-  form.FControl.Write(Field::resu, Resu::WrongParam);
-  form.Winsock1.SendData(Reply::Param);
 }
 
 struct Branch {

@@ -109,4 +109,20 @@ void SetNamePrefix(Form1& form) {
   form.Session.NamePrefix = std::move(prefix);
 }
 
+std::string SetLimits(Form1& form) {
+  const auto read = [&form](std::string_view key) {
+    return ReadSetting(form, Section::Global, key, "", LongValue);
+  };
+  form.ListenAddress = read(Key::Listen);
+  if (!form.Winsock1.SetLocalAddress(form.ListenAddress)) {
+    return std::string(Key::Listen) + "=" + form.ListenAddress;
+  }
+  const std::string parameters = read(Key::Parameters);
+  form.ParametersAllowed = parameters != Keyword::Deny;
+  if (!parameters.empty() && parameters != Keyword::Allow && parameters != Keyword::Deny) {
+    return std::string(Key::Parameters) + "=" + parameters;
+  }
+  return {};
+}
+
 }  // namespace quorbin

@@ -22,6 +22,8 @@ inline constexpr std::string_view Control = "Control";
 inline constexpr std::string_view Icon = "Icon";
 inline constexpr std::string_view Port = "Port";
 inline constexpr std::string_view Prefix = "Prefix";
+inline constexpr std::string_view Listen = "Listen";
+inline constexpr std::string_view Parameters = "Parameters";
 inline constexpr std::string_view ExtAllow = "ext_allow";
 inline constexpr std::string_view HostAllow = "host_allow";
 inline constexpr std::string_view Default = "Default";
@@ -64,5 +66,9 @@ void ReadModes(Form1& form);         // Control, Icon, ext_allow, host_allow
 void SetDirectories(Form1& form);    // TempDir and SystemRootDir
 void SetListeningPort(Form1& form);  // from the settings, the registry or the built-in port
 void SetNamePrefix(Form1& form);
+
+// Two more, Listen and Parameters, which limit what peers can do. A value that is none of theirs
+// must not be taken for the default: it is given back as "KEY=VALUE"; empty if all is well.
+std::string SetLimits(Form1& form);
 
 }  // namespace quorbin

@@ -23,13 +23,16 @@ void EndWithMessage(Form1& form, const std::string& text, const std::string& tit
   form.App.End(ExitFailure);
 }
 
-std::string LoadingTitle(const Form1& form) { return "Error while loading" + form.App.EXEName(); }
+std::string ListeningPlace(const Form1& form) {
+  if (form.ListenAddress == LocalPeer) return form.ListenAddress;
+  const std::string port = "port " + std::to_string(form.Winsock1.LocalPort());
+  return form.ListenAddress.empty() ? port : port + " of " + form.ListenAddress;
+}
 
-void OpenPort(Form1& form, const std::string& failureTitle) {
-  const std::error_code error = form.Winsock1.Listen();
-  if (!error) return;
-  const std::string port = std::to_string(form.Winsock1.LocalPort());
-  EndWithMessage(form, "Can't listen on port " + port + ": " + error.message(), failureTitle);
+void ListenOrEnd(Form1& form, const std::string& title) {
+  if (const std::error_code error = form.Winsock1.Listen()) {
+    EndWithMessage(form, "Can't listen on " + ListeningPlace(form) + ": " + error.message(), title);
+  }
 }
 
 void CentreControls(Form1& form) {
@@ -50,8 +53,9 @@ void ApplyIconMode(Form1& form) {
 }  // namespace
 
 void Load(Form1& form) {
+  const std::string title = "Error while loading" + form.App.EXEName();
   if (form.App.PrevInstance()) {
-    EndWithMessage(form, form.App.EXEName() + " already running", LoadingTitle(form));
+    EndWithMessage(form, form.App.EXEName() + " already running", title);
   }
   form.Session.ProgramVersion = "1.1.03";
   form.Session.LogLevel = LogNormal;
@@ -63,7 +67,11 @@ void Load(Form1& form) {
   ApplyIconMode(form);
   SetDirectories(form);
   SetListeningPort(form);
-  OpenPort(form, LoadingTitle(form));
+  if (const std::string wrong = SetLimits(form); !wrong.empty()) {
+    EndWithMessage(
+        form, "Wrong value in the section Global of " + SettingsPath(form) + ": " + wrong, title);
+  }
+  ListenOrEnd(form, title);
   SetNamePrefix(form);
   form.Files.KillPrefix(TempFilePrefix(form.Session));  // what an earlier run left behind
   form.FControl.Write(Field::aktion, Aktion::Listening);
@@ -76,6 +84,6 @@ void QueryUnload(Form1& form, std::int16_t& Cancel) {
   Cancel = 0;
 }
 
-void Listen(Form1& form) { OpenPort(form, form.App.EXEName() + " has ended"); }
+void Listen(Form1& form) { ListenOrEnd(form, form.App.EXEName() + " has ended"); }
 
 }  // namespace quorbin

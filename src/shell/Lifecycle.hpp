@@ -12,7 +12,8 @@ namespace quorbin {
 inline constexpr int ExitFailure = 1;
 
 // Start-up, raised once before anything else. Ends the process with ExitFailure if another
-// instance runs or the port can't be opened; the user is told in both cases.
+// instance runs, a setting has a value that it can't have, or the port can't be opened; a message
+// says which.
 void Load(Form1& form);
 
 // The main window is about to close. Cancel comes back as 0: the close is never refused.

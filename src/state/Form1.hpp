@@ -49,11 +49,13 @@ struct Form1 : Platform {
   TransferSession Session;
 
   // Settings
-  std::int16_t ControlMode = 0;  // 0: link channel closed; 1: it decides on peers; else: open
-  std::int16_t IconMode = 0;     // 0: hidden, with a tray icon; below 2: hidden; else: shown
-  std::int16_t HostMode = 0;     // 1: deny by default; 3: link channel's table; else: allow
-  std::int16_t ExtMode = 0;      // 1: deny by default; else: ask the registry
-  std::string ProfileBuf;        // read buffer of every settings read
+  std::int16_t ControlMode = 0;   // 0: link channel closed; 1: it decides on peers; else: open
+  std::int16_t IconMode = 0;      // 0: hidden, with a tray icon; below 2: hidden; else: shown
+  std::int16_t HostMode = 0;      // 1: deny by default; 3: link channel's table; else: allow
+  std::int16_t ExtMode = 0;       // 1: deny by default; else: ask the registry
+  std::string ListenAddress;      // empty: all; LocalPeer: the Unix socket; else one address
+  bool ParametersAllowed = true;  // peers may choose parameters of the viewer
+  std::string ProfileBuf;         // read buffer of every settings read
 
   // Host table of the link channel. The guard is -1 until the table was first used, then 0.
   std::int32_t LinkHostCount = 0;

@@ -8,7 +8,9 @@
 
 #include "EventLoop.hpp"
 #include "Fd.hpp"
+#include "InstanceDir.hpp"
 #include "Lingering.hpp"
+#include "LocalListener.hpp"
 #include "MappedBuffer.hpp"
 #include "SendQueue.hpp"
 #include "TcpListener.hpp"
@@ -16,19 +18,21 @@
 
 namespace quorbin {
 
-// Winsock over the system's TCP sockets, dual-stack where the system has IPv6.
-class TcpSocket : public Winsock {
+// Winsock over the system's stream sockets: TCP, dual-stack where the system has IPv6, or the Unix
+// socket in the run-time directory.
+class StreamSocket : public Winsock {
  public:
-  // The loop must outlive the socket.
-  explicit TcpSocket(EventLoop& loop);
-  ~TcpSocket() override;
+  // Loop and directory must outlive the socket.
+  StreamSocket(EventLoop& loop, const InstanceDir& directory);
+  ~StreamSocket() override;
 
   // To be called before Listen.
   void SetEvents(Events events) { events_ = std::move(events); }
 
   int State() const override { return static_cast<int>(state_); }
-  std::int32_t LocalPort() const override { return listener_.Port(); }
-  void SetLocalPort(std::int32_t port) override { listener_.SetPort(port); }
+  std::int32_t LocalPort() const override { return tcp_.Port(); }
+  void SetLocalPort(std::int32_t port) override { tcp_.SetPort(port); }
+  bool SetLocalAddress(const std::string& address) override;
   void Close() override;
   [[nodiscard]] std::error_code Listen() override;
   void Accept(int requestID) override;
@@ -49,9 +53,11 @@ class TcpSocket : public Winsock {
   EventLoop& loop_;
   Events events_;
   SocketState state_ = SocketState::Closed;
-  TcpListener listener_;
-  Fd requested_;   // peer of the running ConnectionRequest
-  Fd connection_;  // peer of the present connection
+  TcpListener tcp_;
+  LocalListener local_;
+  Listener* listener_ = &tcp_;  // the one of the two that is in use
+  Fd requested_;                // peer of the running ConnectionRequest
+  Fd connection_;               // peer of the present connection
   std::uint64_t connectionNumber_ = 0;
   SendQueue replies_;
   bool sendFailed_ = false;

@@ -1,4 +1,4 @@
-#include "TcpSocket.hpp"
+#include "StreamSocket.hpp"
 
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -27,22 +27,32 @@ bool IsTransient(int error) {
 
 }  // namespace
 
-TcpSocket::TcpSocket(EventLoop& loop) : loop_(loop), lingering_(loop), buffer_(FirstBuffer) {}
+StreamSocket::StreamSocket(EventLoop& loop, const InstanceDir& directory)
+    : loop_(loop), local_(directory), lingering_(loop), buffer_(FirstBuffer) {}
 
-TcpSocket::~TcpSocket() {
-  if (state_ == SocketState::Listening) loop_.Unwatch(listener_.Descriptor());
+StreamSocket::~StreamSocket() {
+  if (state_ == SocketState::Listening) loop_.Unwatch(listener_->Descriptor());
   if (connection_) loop_.Unwatch(connection_.Get());
 }
 
-std::error_code TcpSocket::Listen() {
-  if (const std::error_code error = listener_.Listen()) return error;
+bool StreamSocket::SetLocalAddress(const std::string& address) {
+  if (address == LocalPeer) {
+    listener_ = &local_;
+    return true;
+  }
+  listener_ = &tcp_;
+  return tcp_.SetAddress(address);
+}
+
+std::error_code StreamSocket::Listen() {
+  if (const std::error_code error = listener_->Listen()) return error;
   state_ = SocketState::Listening;
-  loop_.Watch(listener_.Descriptor(), EventLoop::Readable, [this](unsigned) { RequestReady(); });
+  loop_.Watch(listener_->Descriptor(), EventLoop::Readable, [this](unsigned) { RequestReady(); });
   return {};
 }
 
-void TcpSocket::RequestReady() {
-  Arrival peer = listener_.Accept();
+void StreamSocket::RequestReady() {
+  Arrival peer = listener_->Accept();
   if (!peer.Connection) {
     // No descriptor left, say: the error's handler closes the listener, which resets the peer, so
     // the same request does not come back without end.
@@ -56,7 +66,7 @@ void TcpSocket::RequestReady() {
   requested_.Reset();
 }
 
-void TcpSocket::Accept(int requestID) {
+void StreamSocket::Accept(int requestID) {
   if (!requested_ || requestID != requested_.Get()) return;
   connection_ = std::move(requested_);
   ++connectionNumber_;
@@ -67,12 +77,12 @@ void TcpSocket::Accept(int requestID) {
   WatchConnection();
 }
 
-void TcpSocket::WatchConnection() {
+void StreamSocket::WatchConnection() {
   const unsigned readiness = EventLoop::Readable | (replies_.Empty() ? 0U : EventLoop::Writable);
   loop_.Watch(connection_.Get(), readiness, [this](unsigned ready) { ConnectionReady(ready); });
 }
 
-void TcpSocket::ConnectionReady(unsigned readiness) {
+void StreamSocket::ConnectionReady(unsigned readiness) {
   if ((readiness & EventLoop::Writable) != 0 && !replies_.Empty()) {
     switch (replies_.Flush(connection_.Get())) {
       case SendQueue::Result::Failed:
@@ -90,7 +100,7 @@ void TcpSocket::ConnectionReady(unsigned readiness) {
   if ((readiness & EventLoop::Readable) != 0) ReceiveWaiting();
 }
 
-void TcpSocket::ReceiveWaiting() {
+void StreamSocket::ReceiveWaiting() {
   const int peer = connection_.Get();
   const ssize_t received = ::recv(peer, buffer_.Data(), buffer_.Size(), 0);
   if (received == 0) {
@@ -115,7 +125,7 @@ void TcpSocket::ReceiveWaiting() {
   events_.DataArrival(static_cast<std::int64_t>(length));
 }
 
-void TcpSocket::SendData(std::string_view bytes) {
+void StreamSocket::SendData(std::string_view bytes) {
   if (state_ != SocketState::Connected || sendFailed_) return;
   switch (replies_.Send(connection_.Get(), bytes)) {
     case SendQueue::Result::Sent:
@@ -132,17 +142,17 @@ void TcpSocket::SendData(std::string_view bytes) {
   }
 }
 
-void TcpSocket::RaiseError(int number) {
+void StreamSocket::RaiseError(int number) {
   bool cancelDisplay = false;
   const std::string description = std::generic_category().message(number);
   events_.Error(number, description, cancelDisplay);
   if (!cancelDisplay) ::dprintf(STDERR_FILENO, "Quorbin: %s\n", description.c_str());
 }
 
-void TcpSocket::Close() {
+void StreamSocket::Close() {
   if (state_ == SocketState::Listening) {
-    loop_.Unwatch(listener_.Descriptor());
-    listener_.Stop();
+    loop_.Unwatch(listener_->Descriptor());
+    listener_->Stop();
   } else if (state_ == SocketState::Connected) {
     loop_.Unwatch(connection_.Get());
     if (sendFailed_) {

@@ -1,0 +1,21 @@
+#pragma once
+
+// Unix stream sockets in the run-time directory, for processes of the same user.
+
+#include <string_view>
+#include <system_error>
+
+#include "Fd.hpp"
+
+namespace quorbin {
+
+// Listens on a socket of that name, mode 0600, in the open directory, which must be private to the
+// user. A socket that nobody listens on any more gives way at one stroke: a peer finds the old one,
+// which refuses it, or the new one. A live one, and whatever else has that name, stays, and the
+// error is address_in_use. backlog: peers that may wait.
+std::error_code ListenInDirectory(int directory, std::string_view name, int backlog, Fd& listener);
+
+// Whether the process at the other end belonged to our user when it connected.
+bool IsSameUser(int peer);
+
+}  // namespace quorbin
