@@ -117,12 +117,10 @@ TEST_F(ToolsTest, RefusalsInWords) {
       {"", "", "$VERSION$:", "close",
        "the host is not allowed to connect (the service closed the connection without a reply)"},
       {"", "", "$DATA$", "-KDO", "the service has no viewer for this extension (reply \"-KDO\")"},
-      {"", "ab", "$BUFF", "close", "the service closed the connection before the end of the file"},
       {"", "", "$EOF$", cut,
        "the file is cut short at an end marker in it, or has changed meanwhile (reply \"" + cut +
            "\")"},
       {"--text", "a\nb\n", "a", "+OK\x1B\xE4", "unexpected reply (reply \"+OK\\x1B\\xE4\")"},
-      {"--timeout 1", "", "$FILETYPE$", "", "no reply from the service within 1 s"},
       {"--text", "a\n$EOF$b\n", "\n", "", "line 2 begins or ends with $EOF$; send it as binary"},
       {"--text", x + x, "\n", "", "line 1 is longer than 32768 bytes; send it as binary"},
       {"--no-version", x + "$EOF$b", "\n", "", "the content holds $EOF$; leave out --no-version"},
@@ -141,8 +139,19 @@ TEST_F(ToolsTest, GoesOnWithTheNextFile) {
   resetNext = true;
   EXPECT_EQ(Send("$S f x g"), "1:quorbin-send: x: No such file or directory\n");
   EXPECT_EQ(contents, "one|two|");
-  EXPECT_TRUE(Send("$S --host 127.0.0.2 f").starts_with("1:quorbin-send: f: connection refused: "));
   EXPECT_TRUE(Send("$S --name n f g").starts_with("105:--name: goes with one file only\n"));
+}
+
+TEST_F(ToolsTest, FaultsOfTheConnectionHaveAStatusOfTheirOwn) {
+  std::ofstream("f") << "ab";
+  EXPECT_TRUE(
+      Send("$S --host 127.0.0.2 f").starts_with("75:quorbin-send: f: connection refused: "));
+  EXPECT_EQ(Send("$S --timeout 1 f", "$FILETYPE$", ""),
+            "75:quorbin-send: f: no reply from the service within 1 s\n");
+  EXPECT_EQ(Send("$S f", "$BUFF", "close"),
+            "75:quorbin-send: f: the service closed the connection before the end of the file\n");
+  EXPECT_TRUE(Send("$S f x", "$BUFF", "close").starts_with("1:"));
+  EXPECT_TRUE(Send("$S x f", "$BUFF", "close").starts_with("1:"));
 }
 
 TEST_F(ToolsTest, LinkAnswers) {

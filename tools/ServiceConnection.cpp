@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "LastError.hpp"
 
@@ -22,8 +23,11 @@ constexpr int CloseSeconds = 2;  // how long ClosesSilently waits
 
 // A connection that waits while the service serves another sender is reset.
 Failure NotServing() {
-  return {"connection refused: the service does not run, or it serves another sender", "", true};
+  return {"connection refused: the service does not run, or it serves another sender", "", true,
+          true};
 }
+
+Failure Lost(std::string sentence) { return {std::move(sentence), "", false, true}; }
 
 }  // namespace
 
@@ -33,7 +37,7 @@ ServiceConnection::ServiceConnection(const std::string& host, int port, int time
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-  if (error != 0) throw Failure{"host " + host + ": " + gai_strerror(error)};
+  if (error != 0) throw Lost("host " + host + ": " + gai_strerror(error));
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
   int reason = 0;
   for (const addrinfo* a = found; a != nullptr; a = a->ai_next) {
@@ -42,7 +46,7 @@ ServiceConnection::ServiceConnection(const std::string& host, int port, int time
   }
   if (reason == ECONNREFUSED || reason == EINTR) throw NotServing();
   if (reason == EINPROGRESS) reason = ETIMEDOUT;
-  throw Failure{"no connection to " + host + ": " + std::generic_category().message(reason)};
+  throw Lost("no connection to " + host + ": " + std::generic_category().message(reason));
 }
 
 bool ServiceConnection::Connect(const addrinfo& address) {
@@ -70,12 +74,12 @@ void ServiceConnection::Send(std::string_view bytes) {
     }
     if (errno == EINTR) continue;
     if (errno == EAGAIN) {
-      throw Failure{"the service took no data for " + std::to_string(timeout_) + " s"};
+      throw Lost("the service took no data for " + std::to_string(timeout_) + " s");
     }
     if (!heard_) throw NotServing();
     const std::string lost = "the connection is lost: " + LastError().message();
     if (Spoke()) throw Failure{"the service ended the transfer early", Receive()};
-    throw Failure{lost};
+    throw Lost(lost);
   }
 }
 
@@ -85,15 +89,15 @@ std::string ServiceConnection::Receive() {
   do n = recv(socket_.Get(), reply.data(), reply.size(), 0);
   while (n < 0 && errno == EINTR);
   if (n < 0 && errno == EAGAIN) {
-    throw Failure{"no reply from the service within " + std::to_string(timeout_) + " s"};
+    throw Lost("no reply from the service within " + std::to_string(timeout_) + " s");
   }
   if (n < 0 && !heard_) throw NotServing();
-  if (n < 0) throw Failure{"the connection is lost: " + LastError().message()};
+  if (n < 0) throw Lost("the connection is lost: " + LastError().message());
   if (n == 0 && !heard_) {
     throw Failure{
         "the host is not allowed to connect (the service closed the connection without a reply)"};
   }
-  if (n == 0) throw Failure{"the service closed the connection before the end of the file"};
+  if (n == 0) throw Lost("the service closed the connection before the end of the file");
   heard_ = true;
   return std::string(reply.data(), static_cast<std::size_t>(n));
 }

@@ -16,6 +16,7 @@ struct Failure {
   std::string sentence;    // for the user
   std::string reply = {};  // of the service, if the failure is one
   bool busy = false;       // nothing has been told to the service yet; trying again may help
+  bool lost = false;       // there is no connection, or no longer: the same may get through later
 };
 
 // All routines throw Failure.

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -299,7 +300,8 @@ so and fails.
 
 A file called - or [x] is given as ./- or ./[x].
 
-Exit status: 0 if every file was received, 1 if one was not, above 1 for wrong usage.
+Exit status: 0 if every file was received, 75 if the connection was all that failed, so
+the same may get through later, 1 for any other failure, else above 1 for wrong usage.
 
 Examples:
   quorbin-send report.pdf
@@ -357,7 +359,8 @@ int main(int argc, char** argv) try {
       std::cerr << "quorbin-send: " << Printable(file) << ": " << failure.sentence;
       if (!failure.reply.empty()) std::cerr << " (reply \"" << Printable(failure.reply) << "\")";
       std::cerr << '\n';
-      status = 1;
+      if (!failure.lost) status = 1;
+      if (status == 0) status = EX_TEMPFAIL;
     } catch (const std::bad_alloc&) {
       std::cerr << "quorbin-send: " << Printable(file) << ": not enough memory for the buffer\n";
       status = 1;
