@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -25,23 +26,61 @@ std::string Amount(double bytes) {
   return text;
 }
 
+// The signals that end the program from the keyboard or by request.
+constexpr int Ending[] = {SIGINT, SIGTERM};
+
+// Ends the line of the bar, then the program by the same signal.
+void EndLine(int signal) {
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, "\n", 1);
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+// Replaces that action of the signal alone: what is ignored stays ignored.
+void SetAction(int signal, void (*from)(int), void (*to)(int)) {
+  struct sigaction action;
+  if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != from) return;
+  std::signal(signal, to);
+}
+
 }  // namespace
 
 ProgressBar::ProgressBar(std::string_view name, std::optional<std::int64_t> size)
-    : shown_(isatty(STDERR_FILENO) == 1), size_(size) {
-  if (shown_) std::cerr << Printable(name) << '\n';
-}
+    : terminal_(isatty(STDERR_FILENO) == 1), name_(name), size_(size) {}
 
 ProgressBar::~ProgressBar() {
   if (!shown_) return;
-  Draw();
+  if (!waiting_) Draw();
   std::cerr << '\n';
+  for (const int signal : Ending) SetAction(signal, EndLine, SIG_DFL);
+}
+
+void ProgressBar::ShowName() {
+  if (shown_ || !terminal_) return;
+  shown_ = true;
+  for (const int signal : Ending) SetAction(signal, SIG_DFL, EndLine);
+  std::cerr << Printable(name_) << '\n';
+}
+
+void ProgressBar::Waits() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!terminal_ || now - drawn_ < BetweenDrawings) return;
+  drawn_ = now;
+  ShowName();
+  const auto spent = std::chrono::duration_cast<std::chrono::seconds>(now - begun_);
+  std::cerr << "\rwaiting for the service, " << spent.count() << " s\033[K" << std::flush;
+}
+
+void ProgressBar::Begin() {
+  ShowName();
+  waiting_ = false;
+  begun_ = std::chrono::steady_clock::now();
 }
 
 void ProgressBar::Add(std::size_t bytes) {
   done_ += static_cast<std::int64_t>(bytes);
   const auto now = std::chrono::steady_clock::now();
-  if (!shown_ || now - drawn_ < BetweenDrawings) return;
+  if (!terminal_ || now - drawn_ < BetweenDrawings) return;
   drawn_ = now;
   Draw();
 }

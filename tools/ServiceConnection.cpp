@@ -1,61 +1,99 @@
 #include "ServiceConnection.hpp"
 
-#include <netdb.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <memory>
+#include <cstdio>
 #include <system_error>
 #include <utility>
 
 #include "LastError.hpp"
+#include "Protocol.hpp"
 
 namespace quorbin {
 namespace {
 
 constexpr int CloseSeconds = 2;  // how long ClosesSilently waits
 
-// A connection that waits while the service serves another sender is reset.
+// The service serves one sender at a time. While it does, and for a moment after it, others are
+// refused; those that had got into its queue are reset.
 Failure NotServing() {
   return {"connection refused: the service does not run, or it serves another sender", "", true,
           true};
 }
 
-Failure Lost(std::string sentence) { return {std::move(sentence), "", false, true}; }
+Failure Lost(std::string sentence, bool busy = false) {
+  return {std::move(sentence), "", busy, true};
+}
+
+// A failure of connect that a service which is busy, or about to start, may cause. A Unix socket
+// that is not there yet is one.
+bool MayPass(int error) {
+  constexpr std::array passing = {ECONNREFUSED, ECONNRESET, ETIMEDOUT, EAGAIN, EINTR, ENOENT};
+  return std::ranges::find(passing, error) != passing.end();
+}
 
 }  // namespace
 
-ServiceConnection::ServiceConnection(const std::string& host, int port, int timeout)
-    : timeout_(timeout) {
+ServiceAddress FindHost(const std::string& host, int port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
   if (error != 0) throw Lost("host " + host + ": " + gai_strerror(error));
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
-  int reason = 0;
-  for (const addrinfo* a = found; a != nullptr; a = a->ai_next) {
-    if (Connect(*a)) return;
-    if (reason != ECONNREFUSED) reason = errno;
-  }
-  if (reason == ECONNREFUSED || reason == EINTR) throw NotServing();
-  if (reason == EINPROGRESS) reason = ETIMEDOUT;
-  throw Lost("no connection to " + host + ": " + std::generic_category().message(reason));
+  return {host, std::shared_ptr<addrinfo>(found, freeaddrinfo)};
 }
 
-bool ServiceConnection::Connect(const addrinfo& address) {
-  socket_.Reset(socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
-  if (!socket_) return false;
-  LimitTime(timeout_);
+ServiceConnection::ServiceConnection(const ServiceAddress& address, int connectTime, int timeout)
+    : timeout_(timeout), connectTime_(connectTime) {
+  bool connected = false;
+  int reason = 0;
+  if (address.addresses == nullptr) {
+    connected = ConnectLocal(address.name);
+    reason = errno;
+  }
+  for (const addrinfo* a = address.addresses.get(); a != nullptr && !connected; a = a->ai_next) {
+    connected = ConnectHost(*a);
+    if (!connected && !MayPass(reason)) reason = errno == EINPROGRESS ? ETIMEDOUT : errno;
+  }
+  if (connected) {
+    LimitTime(timeout_);
+    return;
+  }
+  if (reason == ECONNREFUSED) throw NotServing();
+  throw Lost("no connection to " + address.name + ": " + std::generic_category().message(reason),
+             MayPass(reason));
+}
+
+bool ServiceConnection::Open(int family, int type, int protocol) {
+  socket_.Reset(socket(family, type | SOCK_CLOEXEC, protocol));
+  if (socket_) LimitTime(connectTime_);
+  return static_cast<bool>(socket_);
+}
+
+bool ServiceConnection::ConnectHost(const addrinfo& address) {
+  if (!Open(address.ai_family, address.ai_socktype, address.ai_protocol)) return false;
   const int on = 1;  // a message leaves at once, whatever is still under way
   setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return connect(socket_.Get(), address.ai_addr, address.ai_addrlen) == 0;
+}
+
+// By way of an open descriptor, since the path may be too long for a socket's address.
+bool ServiceConnection::ConnectLocal(const std::string& path) {
+  const Fd place(open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!place || !Open(AF_UNIX, SOCK_STREAM, 0)) return false;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d", place.Get());
+  return connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 // Bounds connect, send and receive; past it they fail with EINPROGRESS or EAGAIN.
@@ -102,6 +140,12 @@ std::string ServiceConnection::Receive() {
   return std::string(reply.data(), static_cast<std::size_t>(n));
 }
 
+void ServiceConnection::Ask(std::string_view message) {
+  Send(message);
+  const std::string reply = Receive();
+  if (reply != Reply::Ok) throw Refusal(reply);
+}
+
 bool ServiceConnection::Spoke() const {
   pollfd waiting{socket_.Get(), POLLIN, 0};
   return poll(&waiting, 1, 0) > 0;
@@ -119,6 +163,17 @@ bool ServiceConnection::ClosesSilently() {
   LimitTime(CloseSeconds);
   char more = 0;
   return recv(socket_.Get(), &more, 1, 0) <= 0;
+}
+
+Failure Refusal(const std::string& reply) {
+  std::string sentence = "unexpected reply";
+  if (reply == Reply::Param) sentence = "the service does not know this message";
+  if (reply == Reply::Nak) sentence = "the service has no file open";
+  if (reply.starts_with(Reply::BufferOverrun)) sentence = "a buffer arrived longer than announced";
+  if (reply.starts_with(Reply::BufferAtEof)) {
+    sentence = "the file is cut short at an end marker in it, or has changed meanwhile";
+  }
+  return {sentence, reply};
 }
 
 }  // namespace quorbin

@@ -2,12 +2,14 @@
 
 // A sender's connection to the service: whole sends, one receive for one reply, bounded times.
 
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Fd.hpp"
-
-struct addrinfo;
 
 namespace quorbin {
 
@@ -19,17 +21,30 @@ struct Failure {
   bool lost = false;       // there is no connection, or no longer: the same may get through later
 };
 
+// Where a service listens.
+struct ServiceAddress {
+  std::string name;                     // host, or path of a Unix socket
+  std::shared_ptr<addrinfo> addresses;  // of the host; none for a Unix socket
+};
+
+// Looks the host up, once for all connections to it. Throws Failure.
+ServiceAddress FindHost(const std::string& host, int port);
+
 // All routines throw Failure.
 class ServiceConnection {
  public:
-  // Tries each address of the host. No later step waits longer than timeout (seconds).
-  ServiceConnection(const std::string& host, int port, int timeout);
+  // Tries each address for at most connectTime; no later step waits longer than timeout (both in
+  // seconds).
+  ServiceConnection(const ServiceAddress& address, int connectTime, int timeout);
 
   // Sends all of it.
   void Send(std::string_view bytes);
 
   // One receive, which is one reply. A close is a failure.
   std::string Receive();
+
+  // Sends one message and waits for its "+OK". Any other reply is a failure.
+  void Ask(std::string_view message);
 
   // Waits until all that was sent has left the machine, so that the next message travels in a
   // segment of its own.
@@ -39,13 +54,19 @@ class ServiceConnection {
   bool ClosesSilently();
 
  private:
-  bool Connect(const addrinfo& address);
+  bool ConnectHost(const addrinfo& address);
+  bool ConnectLocal(const std::string& path);
+  bool Open(int family, int type, int protocol);
   void LimitTime(int seconds) const;
   bool Spoke() const;  // a reply, or the close, is there to be received
 
   Fd socket_;
   int timeout_;
+  int connectTime_;
   bool heard_ = false;  // a reply has come
 };
+
+// The failure that a reply other than "+OK" is.
+Failure Refusal(const std::string& reply);
 
 }  // namespace quorbin

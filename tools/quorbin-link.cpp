@@ -1,23 +1,30 @@
 // quorbin-link: sends one line to the link channel of the running service and tells its answer.
 
 #include <fcntl.h>
+#include <netdb.h>
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Fd.hpp"
 #include "LastError.hpp"
 #include "LinkPlace.hpp"
 #include "LinkProtocol.hpp"
+#include "Usage.hpp"
 
 namespace quorbin {
 namespace {
@@ -32,8 +39,13 @@ int Complain(int status, const std::string& sentence) {
   return status;
 }
 
+std::string UserName() {
+  const passwd* const entry = getpwuid(geteuid());
+  return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
+}
+
 int NotRunning(const std::string& directory, const std::string& why) {
-  return Complain(NoService, "no service at " + directory + "/" +
+  return Complain(NoService, "no service of " + UserName() + " at " + directory + "/" +
                                  std::string(LinkProtocol::SocketName) + ": " + why);
 }
 
@@ -54,7 +66,7 @@ int Report(const std::string& answer) {
 int Ask(const std::string& line, const std::string& program) {
   const std::string directory = RunTimeDirectory(program);
   const Fd folder(open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status {};
+  struct stat status;
   if (folder.Get() < 0 || fstat(folder.Get(), &status) != 0) {
     return NotRunning(directory, LastError().message());
   }
@@ -93,6 +105,47 @@ int Ask(const std::string& line, const std::string& program) {
   }
 }
 
+// ---- Admitting nobody
+
+// The address as the service writes it; empty for what is no numeric address.
+std::string AddressText(const std::string& text) {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(text.c_str(), nullptr, &hints, &found) != 0) return {};
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
+  std::array<char, NI_MAXHOST> name{};
+  if (getnameinfo(found->ai_addr, found->ai_addrlen, name.data(), name.size(), nullptr, 0,
+                  NI_NUMERICHOST) != 0) {
+    return {};
+  }
+  const std::string written = name.data();
+  // An IPv4 peer's address is always the dotted form.
+  constexpr std::string_view mapped = "::ffff:";
+  const bool dotted = written.starts_with(mapped) && written.find('.') != written.npos;
+  return dotted ? written.substr(mapped.size()) : written;
+}
+
+// The service accepts any text with "con", and compares it with the peers' addresses byte by byte.
+void WarnIfNobody(const std::string& command) {
+  constexpr std::string_view con = "con ";
+  constexpr std::string_view local = "*local";  // peers over the service's own socket
+  if (!std::ranges::equal(command.substr(0, con.size()), con,
+                          [](unsigned char a, char b) { return std::tolower(a) == b; })) {
+    return;
+  }
+  const std::size_t first = command.find_first_not_of(' ', con.size());
+  if (first == command.npos) return;
+  const std::string peer = command.substr(first, command.find_last_not_of(' ') + 1 - first);
+  const std::string address = AddressText(peer);
+  if (peer == local || peer == address) return;
+  std::cerr << "quorbin-link: warning: '" << peer << "' "
+            << (address.empty() ? "is no address and matches nobody"
+                                : "matches nobody; the service writes it " + address)
+            << '\n';
+}
+
 // A name of a program is one part of a path.
 std::string CheckProgram(const std::string& name) {
   const bool usable = !name.empty() && name != "." && name != ".." && name.find('/') == name.npos;
@@ -105,32 +158,37 @@ std::string CheckProgram(const std::string& name) {
 int main(int argc, char** argv) try {
   using namespace quorbin;
   std::string verb;
-  std::string text;
+  std::vector<std::string> words;
   std::string program = "Quorbin";
   CLI::App app("Controls the running Quorbin service of the same user.", "quorbin-link");
+  NameInUsageErrors(app);
   app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
   app.add_option("VERB", verb, "execute a command, request an item's value, or notify an item")
       ->required()
       ->check(CLI::IsMember(std::vector<std::string>{std::string(LinkProtocol::Execute),
                                                      std::string(LinkProtocol::Request),
                                                      std::string(LinkProtocol::Notify)}));
-  app.add_option("TEXT", text, "The command or the item")->required();
+  app.add_option("TEXT", words, "The command or the item; several words count as one text")
+      ->required();
   app.add_option("--name", program, "Name of the service's program")
       ->check(CheckProgram)
       ->capture_default_str();
   app.footer(R"(Exit status: 0 accepted, 1 refused, 2 no service; above that for wrong usage.
 
 Examples:
-  quorbin-link execute "con 10.0.0.7"    admit a host (Control=1)
-  quorbin-link execute "dis 10.0.0.7"    dismiss it
-  quorbin-link execute stopsrv           stop the service
-  quorbin-link request stopsrv           show the last command)");
+  quorbin-link execute con 10.0.0.7    admit a host (Control=1)
+  quorbin-link execute dis 10.0.0.7    dismiss it; two "con" need two "dis"
+  quorbin-link execute stopsrv         stop the service
+  quorbin-link request stopsrv         show the last command)");
   CLI11_PARSE(app, argc, argv);
 
+  std::string text = words.front();
+  for (std::size_t i = 1; i < words.size(); ++i) text += " " + words[i];
   const std::string line = verb + " " + text;
   if (text.find('\n') != text.npos) return Complain(Refused, "refused: the text holds a line end");
   if (line.size() > LinkProtocol::MaxLine)
     return Complain(Refused, "refused: the text is too long");
+  if (verb == LinkProtocol::Execute) WarnIfNobody(text);
   return Ask(line, program);
 } catch (const std::exception& error) {
   std::fprintf(stderr, "quorbin-link: %s\n", error.what());

@@ -5,54 +5,49 @@
 // one receive gives is one reply. Hence the rule that all below follows: send one message in one
 // piece, wait for its reply, and only then send the next.
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sysexits.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <iostream>
-#include <memory>
 #include <new>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "LastError.hpp"
+#include "Content.hpp"
 #include "Printable.hpp"
 #include "ProgressBar.hpp"
 #include "Protocol.hpp"
 #include "ServiceConnection.hpp"
+#include "Usage.hpp"
 
 namespace quorbin {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Between the end of one transfer and the start of its viewer the service does not listen, and a
-// sender that comes back at once is refused. So a refused connection is tried again this long.
-constexpr std::chrono::milliseconds RefusedFor{2000};
-constexpr std::chrono::milliseconds RefusedPause{20};
+// Pauses between two tries of a busy service: random, lest many senders come at the same moments,
+// each from a half to the whole of a bound that doubles. Between the end of one transfer and the
+// start of its viewer the service is away for about the first.
+constexpr std::chrono::microseconds FirstPause{1000};
+constexpr std::chrono::microseconds LongestPause{100000};
 
-// Bytes. A buffer below 64 KiB crosses the loopback in one piece and fits the first receive window
-// of every system, so the service sees it as one chunk; larger ones gain little.
-constexpr std::size_t DefaultBuffer = std::size_t{32} * 1024;
-
-// Bytes. A longer line would hardly arrive in one piece, and each piece becomes a line of its own.
-constexpr std::size_t MaxLine = std::size_t{32} * 1024;
+// Bytes. Each buffer waits for its acknowledgement, so larger ones are faster; beyond this one
+// little is won even where a reply takes 20 ms.
+constexpr std::size_t DefaultBuffer = std::size_t{1024} * 1024;
 
 struct Options {
   std::string host = "127.0.0.1";
   int port = DefaultPort;
+  std::string socket;  // path; empty: host and port
   bool text = false;
   bool noVersion = false;
   std::optional<std::string> ext;
@@ -60,30 +55,30 @@ struct Options {
   std::string prefix;
   std::string suffix;
   std::size_t buffer = DefaultBuffer;  // bytes, the buffer's header included
+  int wait = 30;                       // seconds, for a busy service
   int timeout = 60;                    // seconds
   std::vector<std::string> files;
 };
 
-// ---- Replies
+// ---- The extension
 
-[[noreturn]] void Refuse(const std::string& reply) {
-  std::string sentence = "unexpected reply";
-  if (reply == Reply::Param) sentence = "the service does not know this message";
-  if (reply == Reply::Ext) sentence = "the service refuses the extension";
-  if (reply == Reply::Kdo) sentence = "the service has no viewer for this extension";
-  if (reply == Reply::Nak) sentence = "the service has no file open";
-  if (reply.starts_with(Reply::BufferOverrun)) sentence = "a buffer arrived longer than announced";
-  if (reply.starts_with(Reply::BufferAtEof)) {
-    sentence = "the file is cut short at an end marker in it, or has changed meanwhile";
-  }
-  throw Failure{sentence, reply};
+// What the service takes for the extension of a name, if it is not sent: its last bytes.
+std::string_view TakenExtension(std::string_view name) {
+  constexpr std::size_t length = 4;
+  return name.substr(name.size() - std::min(name.size(), length));
 }
 
-// Sends one message and waits for its "+OK".
-void Ask(ServiceConnection& service, std::string_view message) {
-  service.Send(message);
-  const std::string reply = service.Receive();
-  if (reply != Reply::Ok) Refuse(reply);
+// The suffix of a name, with its dot, if it must be sent; else nothing. A name in the notation of
+// the host, *POSIX(/a/b.txt), is left to the service.
+std::optional<std::string> SuffixToSend(const std::string& name) {
+  if (name.starts_with("*POSIX")) return std::nullopt;
+  const std::string base = name.substr(name.rfind('/') + 1);
+  const std::size_t dot = base.rfind('.');
+  if (dot == base.npos || dot + 1 == base.size()) {
+    throw Failure{"the name has no extension, which chooses the viewer; give one with --ext"};
+  }
+  if (base.substr(dot) == TakenExtension(base)) return std::nullopt;
+  return base.substr(dot);
 }
 
 // ---- Control messages
@@ -97,163 +92,36 @@ std::string Message(std::string_view token, std::string_view value) {
   return message;
 }
 
-void SendHead(ServiceConnection& service, const Options& options, const std::string& name) {
+void SendHead(ServiceConnection& service, const Options& options, const std::string& name,
+              const std::optional<std::string>& ext) try {
   if (!options.noVersion) {
     // Any version that is not empty has binary buffers acknowledged.
     service.Send(Message(Token::Version, QUORBIN_TOOL_VERSION));
     const std::string reply = service.Receive();
-    if (!reply.starts_with(Reply::Ok)) Refuse(reply);  // the service's version stands behind it
+    if (!reply.starts_with(Reply::Ok)) throw Refusal(reply);  // the service's version follows
   }
-  if (options.ext) Ask(service, Message(Token::Ext, *options.ext));
-  Ask(service, options.text ? Token::FileTypeText : Token::FileTypeBinary);
-  if (!options.prefix.empty()) Ask(service, Message(Token::KdoPrf, options.prefix));
-  if (!options.suffix.empty()) Ask(service, Message(Token::KdoExt, options.suffix));
-  Ask(service, Message(Token::File, name));
-  Ask(service, Token::Data);
-}
-
-// ---- Content
-
-// A file to send, or standard input.
-struct Source {
-  Fd fd;
-  std::optional<std::int64_t> size;  // bytes; nothing for what is no regular file
-
-  // Returns the number of bytes read, 0 at the end.
-  std::size_t Read(char* bytes, std::size_t limit) const {
-    ssize_t n = 0;
-    do n = read(fd.Get(), bytes, limit);
-    while (n < 0 && errno == EINTR);
-    if (n < 0) throw Failure{"read error: " + LastError().message()};
-    return static_cast<std::size_t>(n);
+  if (ext) service.Ask(Message(Token::Ext, *ext));
+  service.Ask(options.text ? Token::FileTypeText : Token::FileTypeBinary);
+  if (!options.prefix.empty()) service.Ask(Message(Token::KdoPrf, options.prefix));
+  if (!options.suffix.empty()) service.Ask(Message(Token::KdoExt, options.suffix));
+  service.Ask(Message(Token::File, name));
+  service.Ask(Token::Data);
+} catch (Failure& failure) {
+  if (failure.reply == Reply::Ext || failure.reply == Reply::Kdo) {
+    failure.sentence = "the service denies the extension " +
+                       ext.value_or(std::string(TakenExtension(name))) +
+                       (options.ext ? "" : ", taken from the name,") +
+                       " or has no viewer for it; try another with --ext";
   }
-};
-
-Source OpenSource(const std::string& file) {
-  Source source{Fd(file == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                               : open(file.c_str(), O_RDONLY | O_CLOEXEC)),
-                std::nullopt};
-  struct stat status {};
-  if (!source.fd || fstat(source.fd.Get(), &status) != 0) throw Failure{LastError().message()};
-  if (S_ISDIR(status.st_mode))
-    throw Failure{std::make_error_code(std::errc::is_a_directory).message()};
-  if (S_ISREG(status.st_mode)) {
-    source.size = status.st_size - std::max<off_t>(0, lseek(source.fd.Get(), 0, SEEK_CUR));
-  }
-  return source;
-}
-
-// The same bytes from a file without a name, whose size is known.
-Source Spool(const Source& source) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), std::fclose);
-  if (!file) throw Failure{LastError().message()};
-  std::vector<char> piece(DefaultBuffer);
-  std::int64_t size = 0;
-  while (const std::size_t n = source.Read(piece.data(), piece.size())) {
-    if (std::fwrite(piece.data(), 1, n, file.get()) != n) throw Failure{LastError().message()};
-    size += static_cast<std::int64_t>(n);
-  }
-  if (std::fseek(file.get(), 0, SEEK_SET) != 0)
-    throw Failure{LastError().message()};  // writes it out
-  return {Fd(fcntl(fileno(file.get()), F_DUPFD_CLOEXEC, 0)), size};
-}
-
-// Sends one line as one message. The service ends it with CR LF in the file.
-void SendLine(ServiceConnection& service, std::string_view line, std::size_t number) {
-  const auto refuse = [&](const std::string& why) {
-    throw Failure{"line " + std::to_string(number) + " " + why + "; send it as binary"};
-  };
-  if (line.size() > MaxLine) refuse("is longer than " + std::to_string(MaxLine) + " bytes");
-  if (line.starts_with(Token::Eof) || line.ends_with(Token::Eof)) {
-    refuse("begins or ends with " + std::string(Token::Eof));
-  }
-  Ask(service, line.empty() ? " " : line);  // an empty message can't be sent
-}
-
-void SendText(ServiceConnection& service, const Source& source, ProgressBar& progress) {
-  std::vector<char> piece(DefaultBuffer);
-  std::string pending;  // read, but not yet a whole line
-  std::size_t number = 0;
-  while (const std::size_t n = source.Read(piece.data(), piece.size())) {
-    pending.append(piece.data(), n);
-    std::string_view rest = pending;
-    for (std::size_t lf = 0; (lf = rest.find('\n')) != rest.npos; rest.remove_prefix(lf + 1)) {
-      const std::string_view line = rest.substr(0, lf);
-      SendLine(service, line.substr(0, lf - (line.ends_with('\r') ? 1 : 0)), ++number);
-      progress.Add(lf + 1);
-    }
-    pending.erase(0, pending.size() - rest.size());
-    if (pending.size() > MaxLine + 1) SendLine(service, pending, number + 1);  // refused in there
-  }
-  if (!pending.empty()) SendLine(service, pending, ++number);
-  progress.Add(pending.size());
-}
-
-// Announces a buffer of that many bytes, its header included.
-std::string Header(std::size_t length) {
-  char header[BufferHeader::Size + 1];
-  std::snprintf(header, sizeof header, "%s%0*zu", BufferHeader::Token.data(),
-                static_cast<int>(BufferHeader::Digits), length);
-  return header;
-}
-
-// Binary content in acknowledged buffers: header, payload, "+OK". The header keeps the end marker
-// away from the front of a buffer; the cut keeps it away from the end, so content that holds the
-// marker is safe as long as the network delivers each buffer in one piece. Where it does not, a
-// marker at just that border ends the file: the next reply or the close then tells, and the
-// transfer fails. Smaller buffers (--buffer 1400) make that rarer.
-void SendBuffers(ServiceConnection& service, const Source& source, std::size_t size,
-                 ProgressBar& progress) {
-  const std::size_t capacity = size - BufferHeader::Size;
-  const auto buffer = std::make_unique_for_overwrite<char[]>(size);
-  char* const payload = buffer.get() + BufferHeader::Size;
-  std::size_t held = 0;  // bytes of the payload that the last buffer left over: 0 or 1
-  for (;;) {
-    std::size_t length = held + source.Read(payload + held, capacity - held);
-    if (length == 0) return;
-    held = std::string_view(payload, length).ends_with(Token::Eof) ? 1 : 0;
-    length -= held;
-    std::ranges::copy(Header(BufferHeader::Size + length), buffer.get());
-    Ask(service, {buffer.get(), BufferHeader::Size + length});
-    if (held != 0) payload[0] = payload[length];
-    progress.Add(length);
-  }
-}
-
-// Binary content without acknowledgement, as one stream. Chunks begin and end where the network
-// lets them, and nothing tells the sender what the service made of them: the end marker at a border
-// would end the file, the token of a buffer's header would be taken for one. So content that holds
-// either is refused before the service has seen the whole of it. One header announces all that
-// comes, the end marker included: the count comes out wherever the marker arrives.
-void SendStream(ServiceConnection& service, const Source& source, ProgressBar& progress) {
-  const std::uint64_t length =
-      BufferHeader::Size + static_cast<std::uint64_t>(*source.size) + Token::Eof.size();
-  if (length > BufferHeader::MaxLength) throw Failure{"too long a stream; leave out --no-version"};
-  service.Send(Header(length));
-  std::string window;  // a piece, behind as much of the piece before as may begin a token
-  for (;;) {
-    const std::size_t kept = std::min(window.size(), BufferHeader::Token.size() - 1);
-    window.erase(0, window.size() - kept);
-    window.resize(kept + DefaultBuffer);
-    const std::size_t n = source.Read(window.data() + kept, DefaultBuffer);
-    window.resize(kept + n);
-    if (n == 0) break;
-    for (const std::string_view token : {Token::Eof, BufferHeader::Token}) {
-      if (window.find(token) == window.npos) continue;
-      throw Failure{"the content holds " + std::string(token) + "; leave out --no-version"};
-    }
-    service.Send(std::string_view(window).substr(kept));
-    progress.Add(n);
-  }
-  service.Flush();  // or the marker might be torn apart
+  throw;
 }
 
 // ---- A file from connect to close
 
-void SendFile(const Options& options, const std::string& name, const Source& source) {
-  ServiceConnection service(options.host, options.port, options.timeout);
-  SendHead(service, options, name);
-  ProgressBar progress(name, source.size);
+void SendFile(ServiceConnection& service, const Options& options, const std::string& name,
+              const std::optional<std::string>& ext, const Source& source, ProgressBar& progress) {
+  SendHead(service, options, name, ext);
+  progress.Begin();
   if (options.text) {
     SendText(service, source, progress);
   } else if (options.noVersion) {
@@ -261,7 +129,7 @@ void SendFile(const Options& options, const std::string& name, const Source& sou
   } else {
     SendBuffers(service, source, options.buffer, progress);
   }
-  Ask(service, Token::Eof);
+  service.Ask(Token::Eof);
   if (!service.ClosesSilently()) {
     throw Failure{"more replies than messages: the network has split a message, check the file"};
   }
@@ -274,29 +142,58 @@ void Deliver(const Options& options, const std::string& file) {
   // The service drops blanks at the end of a value (except of the prefix).
   if (name.ends_with(' ')) throw Failure{"the name ends in a blank; give another with --name"};
   if (options.ext && options.ext->ends_with(' ')) throw Failure{"the extension ends in a blank"};
+  const std::optional<std::string> ext = options.ext ? options.ext : SuffixToSend(name);
+
   Source source = OpenSource(file);
-  if (options.noVersion && !options.text && !source.size) source = Spool(source);
-  for (const Clock::time_point giveUp = Clock::now() + RefusedFor;;) {
+  // A transfer that breaks off costs the service its other files, so what can't be sent is found
+  // before it begins. Buffers take anything.
+  const bool anything = !options.text && !options.noVersion;
+  if (!anything && !source.size) source = Spool(source);
+  if (options.text) CheckText(source);
+  if (options.noVersion && !options.text) CheckStream(source);
+
+  const ServiceAddress address = options.socket.empty() ? FindHost(options.host, options.port)
+                                                        : ServiceAddress{options.socket, nullptr};
+  ProgressBar progress(name, source.size);
+  std::minstd_rand random(std::random_device{}());
+  const auto giveUp = Clock::now() + std::chrono::seconds(options.wait);
+  for (std::chrono::microseconds bound = FirstPause;; bound = std::min(2 * bound, LongestPause)) {
+    const auto left = std::chrono::ceil<std::chrono::seconds>(giveUp - Clock::now());
+    const int connectTime = options.wait == 0
+                                ? options.timeout
+                                : std::clamp(static_cast<int>(left.count()), 1, options.timeout);
     try {
-      return SendFile(options, name, source);
-    } catch (const Failure& failure) {
-      if (!failure.busy || Clock::now() >= giveUp) throw;
+      ServiceConnection service(address, connectTime, options.timeout);
+      return SendFile(service, options, name, ext, source, progress);
+    } catch (Failure& failure) {
+      if (!failure.busy) throw;
+      if (Clock::now() >= giveUp) {
+        if (options.wait > 0)
+          failure.sentence += "; tried for " + std::to_string(options.wait) + " s";
+        throw;
+      }
     }
-    std::this_thread::sleep_for(RefusedPause);
+    progress.Waits();
+    std::uniform_int_distribution<std::chrono::microseconds::rep> pause(bound.count() / 2,
+                                                                        bound.count());
+    std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
   }
 }
 
 const char* const Notes =
-    R"(The service takes the extension from the last four bytes of the name unless --ext
-is given, so names like page.html and standard input need --ext.
+    R"(The extension chooses the viewer. Unless --ext is given it is the suffix of the name;
+standard input has none.
+
+A service that serves another sender, or does not run, is tried again for --wait
+seconds.
 
 Text: each line is sent by itself and ends with CR LF in the received file; LF or
 CR LF at its end is not sent. A blank line goes as one blank. A line that begins or
-ends with $EOF$, or is longer than 32768 bytes, fails the file.
+ends with $EOF$, or is longer than 32768 bytes, fails the file before it is sent.
 
 --no-version: binary content goes as one stream without acknowledgement. Content
-that holds $EOF$ or $BUFFLEN$, or is longer than 2147483623 bytes, can't be sent
-so and fails.
+that holds $EOF$ or $BUFFLEN$, ends with $EOF, or is longer than 2147483623 bytes,
+can't be sent so and fails before it is sent.
 
 A file called - or [x] is given as ./- or ./[x].
 
@@ -306,7 +203,7 @@ the same may get through later, 1 for any other failure, else above 1 for wrong 
 Examples:
   quorbin-send report.pdf
   quorbin-send --host desk7 --text --suffix /p list.txt
-  make-page | quorbin-send --name page.html --ext .htm -)";
+  make-page | quorbin-send --name page.html -)";
 
 }  // namespace
 }  // namespace quorbin
@@ -319,14 +216,18 @@ int main(int argc, char** argv) try {
   bool binary = false;
   CLI::App app("Sends files to the Quorbin service, which opens each in its viewer.",
                "quorbin-send");
+  NameInUsageErrors(app);
   app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
-  app.add_option("--host", options.host, "Host of the service")->capture_default_str();
-  app.add_option("--port", options.port, "Its port")
-      ->check(CLI::Range(1, 65535))
-      ->capture_default_str();
+  CLI::Option* host =
+      app.add_option("--host", options.host, "Host of the service")->capture_default_str();
+  CLI::Option* port = app.add_option("--port", options.port, "Its port")
+                          ->check(CLI::Range(1, 65535))
+                          ->capture_default_str();
+  app.add_option("--socket", options.socket, "Unix socket of a service that has no port")
+      ->excludes(host, port);
   CLI::Option* text = app.add_flag("--text", options.text, "Send lines of text");
   app.add_flag("--binary", binary, "Send the bytes as they are (default)")->excludes(text);
-  app.add_option("--ext", options.ext, "Extension with its dot, chooses the viewer");
+  app.add_option("--ext", options.ext, "Extension, chooses the viewer; by default the name's own");
   CLI::Option* name = app.add_option("--name", options.name,
                                      "Name of the received file; the file's own by default");
   app.add_option("--prefix", options.prefix,
@@ -337,6 +238,9 @@ int main(int argc, char** argv) try {
       ->check(CLI::Range(BufferHeader::Size + 1, static_cast<std::size_t>(BufferHeader::MaxLength)))
       ->capture_default_str();
   app.add_flag("--no-version", options.noVersion, "Send no version: no acknowledgements");
+  app.add_option("--wait", options.wait, "Seconds to try a busy service; 0: once")
+      ->check(CLI::Range(0, 86400))
+      ->capture_default_str();
   app.add_option("--timeout", options.timeout, "Seconds to wait for a reply")
       ->check(CLI::Range(1, 86400))
       ->capture_default_str();
@@ -347,6 +251,7 @@ int main(int argc, char** argv) try {
     if (*name && options.files.size() > 1) {
       throw CLI::ValidationError("--name", "goes with one file only");
     }
+    if (options.ext && !options.ext->starts_with('.')) options.ext->insert(0, 1, '.');
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
   }
