@@ -116,9 +116,13 @@ TEST_F(ToolsTest, ContentArrives) {
 TEST_F(ToolsTest, ExtensionOfTheName) {
   const Strings rows[] = {
       // arguments, what the service hears of the extension
-      {"page.html", "$EXT$:.html|"},         {"a.tar.gz", "$EXT$:.gz|"},
-      {"--name c.c page.html", "$EXT$:.c|"}, {"--ext pdf page.html", "$EXT$:.pdf|"},
-      {"--name a.txt page.html", ""},        {"--name '*POSIX(/x/a.html)' page.html", ""},
+      {"page.html", "$EXT$:.html|"},
+      {"a.tar.gz", "$EXT$:.gz|"},
+      {"--name c.c page.html", "$EXT$:.c|"},
+      {"--ext pdf page.html", "$EXT$:.pdf|"},
+      {"--name a.txt page.html", ""},
+      {"--name '*POSIX(/x/a.html)' page.html", "$EXT$:.html|"},
+      {"--name '*POSIX(/x/a.txt)' page.html", ""},
   };
   std::ofstream("page.html") << "";
   std::ofstream("a.tar.gz") << "";
