@@ -74,8 +74,8 @@ int main() {
                         });
   DesktopRegistry registry(
       ClassesFilePaths([&computer](const std::string& name) { return computer.Environ(name); }));
-  OutputFiles files;
   Processes processes([] { return OpenCommandOfClass("text/plain"); });
+  OutputFiles files([&processes](const std::string& path) { processes.LetViewerTake(path); });
   LinkServer link(loop, instanceDir);
   SystemJournal journal;
 

@@ -8,15 +8,22 @@
 #include <fstream>
 #include <vector>
 
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
 #include "CommandLine.hpp"
 #include "ConsoleDisplay.hpp"
 #include "EpollLoop.hpp"
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "InstanceDir.hpp"
+#include "OutputFiles.hpp"
 #include "Peer.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
+#include "Processes.hpp"
 #include "StreamSocket.hpp"
 
 namespace quorbin {
@@ -55,6 +62,37 @@ TEST(PrivateProfile, FindsSettings) {
   for (const auto& [section, key, value] : rows) {
     EXPECT_EQ(FindSetting(file, section, key).value_or("-"), value) << key;
   }
+}
+
+TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
+  std::string folder = testing::TempDir() + "takesXXXXXX";
+  ASSERT_TRUE(mkdtemp(folder.data()));
+  const std::string path = folder + "/f.a", kept = folder + "/kept";
+  Processes processes([] { return std::string(); });
+  OutputFiles files([&](const std::string& doomed) { processes.LetViewerTake(doomed); });
+  const auto start = [&](const std::string& script) {
+    std::ofstream(path) << "content";
+    return processes.Shell("sh -c \"" + script + "\" sh " + path);
+  };
+  const std::string move = "sleep 0.1; mv $1 " + kept;
+
+  ASSERT_TRUE(start(move));
+  files.Kill(path);
+  EXPECT_TRUE(std::filesystem::remove(kept));
+
+  ASSERT_TRUE(start(move));
+  files.KillPrefix(folder + "/f");
+  EXPECT_TRUE(std::filesystem::remove(kept));
+
+  // One that leaves the file where it is holds nothing up for long.
+  const std::optional<int> viewer = start("exec sleep 60");
+  ASSERT_TRUE(viewer);
+  const auto begin = std::chrono::steady_clock::now();
+  files.Kill(path);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(kill(*viewer, SIGKILL), 0);
+  std::filesystem::remove_all(folder);
 }
 
 TEST(Printable, EscapesWhatSteersATerminal) {

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "LastError.hpp"
 
@@ -39,7 +40,13 @@ std::error_code CheckOurs(int file) {
 
 }  // namespace
 
-void OutputFiles::Kill(const std::string& path) { ::unlink(path.c_str()); }
+OutputFiles::OutputFiles(std::function<void(const std::string& path)> beforeDeletion)
+    : beforeDeletion_(std::move(beforeDeletion)) {}
+
+void OutputFiles::Kill(const std::string& path) {
+  beforeDeletion_(path);
+  ::unlink(path.c_str());
+}
 
 void OutputFiles::KillPrefix(const std::string& pathPrefix) {
   const std::size_t nameStart = pathPrefix.rfind('/') + 1;
@@ -51,6 +58,7 @@ void OutputFiles::KillPrefix(const std::string& pathPrefix) {
   while (const dirent* entry = ::readdir(entries.get())) {
     if (std::string_view(entry->d_name).starts_with(namePrefix) &&
         IsFileOrLink(descriptor, *entry)) {
+      beforeDeletion_(directory + entry->d_name);
       ::unlinkat(descriptor, entry->d_name, 0);
     }
   }
@@ -74,7 +82,7 @@ std::error_code OutputFiles::Open(const std::string& path) {
 
 void OutputFiles::Discard(const std::string& path) {
   file_.Reset();
-  Kill(path);
+  ::unlink(path.c_str());
 }
 
 std::error_code OutputFiles::OpenForBinary(const std::string& path) { return Open(path); }

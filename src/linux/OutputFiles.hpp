@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -11,6 +12,10 @@ namespace quorbin {
 
 class OutputFiles : public FileSystem {
  public:
+  // beforeDeletion is called with each path that is about to be deleted, and may take its time.
+  explicit OutputFiles(std::function<void(const std::string& path)> beforeDeletion =
+                           [](const std::string&) {});
+
   void Kill(const std::string& path) override;
   void KillPrefix(const std::string& pathPrefix) override;
   [[nodiscard]] std::error_code OpenForOutput(const std::string& path) override;
@@ -24,6 +29,7 @@ class OutputFiles : public FileSystem {
   // The file is ours but not fit for use: none is left behind.
   void Discard(const std::string& path);
 
+  std::function<void(const std::string& path)> beforeDeletion_;
   Fd file_;
 };
 

@@ -8,12 +8,22 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "CommandLine.hpp"
 
 namespace quorbin {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds TakesFile{500};  // from the start of a viewer on
+constexpr std::chrono::microseconds LookPause{200};
+
+}  // namespace
 
 Processes::Processes(std::function<std::string()> editorCommand)
     : editorCommand_(std::move(editorCommand)) {
@@ -56,7 +66,25 @@ std::optional<int> Processes::Shell(const std::string& commandLine) {
       posix_spawnp(&task, argv.front(), &actions, &attributes, argv.data(), environ) != 0) {
     return {};
   }
+  ForgetOld();
+  started_.push_back({commandLine, task, Clock::now()});
   return task;
+}
+
+void Processes::ForgetOld() {
+  std::erase_if(started_,
+                [](const Started& viewer) { return Clock::now() - viewer.when >= TakesFile; });
+}
+
+void Processes::LetViewerTake(const std::string& path) {
+  ForgetOld();
+  for (const Started& viewer : started_) {
+    if (viewer.commandLine.find(path) == viewer.commandLine.npos) continue;
+    while (Clock::now() - viewer.when < TakesFile && ::kill(viewer.task, 0) == 0 &&
+           ::access(path.c_str(), F_OK) == 0) {
+      std::this_thread::sleep_for(LookPause);
+    }
+  }
 }
 
 void Processes::OpenInEditor(const std::string& path) {

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ProcessStarter.hpp"
 
@@ -19,7 +23,20 @@ class Processes : public ProcessStarter {
   std::optional<int> Shell(const std::string& commandLine) override;
   void OpenInEditor(const std::string& path) override;
 
+  // To be called before a received file is deleted. A viewer that was given it and has started just
+  // now may want to open it, or to move it out of the way: waits until the file is gone, the viewer
+  // has ended, or half a second has passed since its start.
+  void LetViewerTake(const std::string& path);
+
  private:
+  struct Started {
+    std::string commandLine;
+    pid_t task;
+    std::chrono::steady_clock::time_point when;
+  };
+  void ForgetOld();
+
+  std::vector<Started> started_;  // within the last half second
   std::function<std::string()> editorCommand_;
 };
 
