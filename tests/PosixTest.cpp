@@ -4,14 +4,12 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
-#include <vector>
-
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "CommandLine.hpp"
 #include "ConsoleDisplay.hpp"
