@@ -54,8 +54,12 @@ std::optional<RegValue> DesktopRegistry::QueryValue(std::uint32_t RootKey,
   for (const std::string& path : classesFiles_) {
     const std::optional<std::string> bytes = ReadFile(path, LongestClassesFile);
     if (!bytes) continue;
-    if (std::optional<RegValue> value = FindValue(*bytes, KeyPath, ValueName)) return value;
+    if (std::optional<RegValue> value = FindValue(*bytes, KeyPath, ValueName)) {
+      answeringFile_ = path;
+      return value;
+    }
   }
+  answeringFile_.clear();
   if (!ValueName.empty()) return std::nullopt;
   std::string answer = DesktopAnswer(KeyPath);
   if (answer.empty()) return std::nullopt;

@@ -25,8 +25,12 @@ class DesktopRegistry final : public RegistryReader {
   std::optional<RegValue> QueryValue(std::uint32_t RootKey, const std::string& KeyPath,
                                      const std::string& ValueName) override;
 
+  // The file that gave the last answer; empty if it came from the file associations.
+  const std::string& AnsweringFile() const { return answeringFile_; }
+
  private:
   std::vector<std::string> classesFiles_;
+  std::string answeringFile_;
 };
 
 }  // namespace quorbin

@@ -15,49 +15,63 @@ constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
 
 std::string_view Strip(std::string_view text) { return Trim(text, " \t"); }
 
-// Gives take the key and the value of each entry of the section, until it returns true.
-template <typename Take>
-void ForEachEntry(std::string_view file, std::string_view section, Take take) {
-  if (file.starts_with(Utf8Mark)) file.remove_prefix(Utf8Mark.size());
-  bool inSection = false;
-  while (!file.empty()) {
-    const std::size_t lineEnd = std::min(file.find('\n'), file.size());
-    std::string_view line = file.substr(0, lineEnd);
-    file.remove_prefix(std::min(lineEnd + 1, file.size()));
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    line = Strip(line);
-    if (line.empty() || line.front() == ';' || line.front() == '#') continue;
-    if (line.front() == '[') {
-      inSection = EqualsNoCase(Strip(line.substr(1, line.find(']') - 1)), section);
-      continue;
-    }
-    if (!inSection) continue;
-    const std::size_t equals = line.find('=');
-    if (equals == line.npos) continue;
-    if (take(Strip(line.substr(0, equals)), Strip(line.substr(equals + 1)))) return;
-  }
+}  // namespace
+
+SettingsLines::SettingsLines(std::string_view file) : rest_(file) {
+  if (rest_.starts_with(Utf8Mark)) rest_.remove_prefix(Utf8Mark.size());
 }
 
-}  // namespace
+std::optional<SettingsLine> SettingsLines::Next() {
+  while (!rest_.empty()) {
+    const std::size_t lineEnd = std::min(rest_.find('\n'), rest_.size());
+    std::string_view text = rest_.substr(0, lineEnd);
+    rest_.remove_prefix(std::min(lineEnd + 1, rest_.size()));
+    ++number_;
+    if (text.ends_with('\r')) text.remove_suffix(1);
+    text = Strip(text);
+    if (text.empty() || text.front() == ';' || text.front() == '#') continue;
+    if (text.front() == '[') {
+      section_ = Strip(text.substr(1, text.find(']') - 1));
+      return SettingsLine{LineKind::Section, number_, text, *section_, {}, {}};
+    }
+    const std::size_t equals = text.find('=');
+    const std::string_view key = Strip(text.substr(0, equals));
+    if (!section_ || equals == text.npos || key.empty()) {
+      return SettingsLine{LineKind::Ignored, number_, text, section_.value_or(""), {}, {}};
+    }
+    return SettingsLine{LineKind::Entry, number_, text,
+                        *section_,       key,     Strip(text.substr(equals + 1))};
+  }
+  return {};
+}
+
+std::optional<SettingsLine> FindEntry(std::string_view file, std::string_view section,
+                                      std::string_view key) {
+  SettingsLines lines(file);
+  while (const std::optional<SettingsLine> line = lines.Next()) {
+    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Section, section) &&
+        EqualsNoCase(line->Key, key)) {
+      return line;
+    }
+  }
+  return {};
+}
 
 std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
                                             std::string_view key) {
-  std::optional<std::string_view> found;
-  if (key.empty()) return found;
-  ForEachEntry(file, section, [&](std::string_view entryKey, std::string_view value) {
-    if (!EqualsNoCase(entryKey, key)) return false;
-    found = value;
-    return true;
-  });
-  return found;
+  const std::optional<SettingsLine> line = FindEntry(file, section, key);
+  if (!line) return {};
+  return line->Value;
 }
 
 std::vector<std::string> FindKeys(std::string_view file, std::string_view section) {
   std::vector<std::string> keys;
-  ForEachEntry(file, section, [&keys](std::string_view key, std::string_view /*value*/) {
-    keys.emplace_back(key);
-    return false;
-  });
+  SettingsLines lines(file);
+  while (const std::optional<SettingsLine> line = lines.Next()) {
+    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Section, section)) {
+      keys.emplace_back(line->Key);
+    }
+  }
   return keys;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -12,9 +13,41 @@
 
 namespace quorbin {
 
-// The value of the key in a settings file's bytes: a view into them, without the blanks round it.
-// Nothing if the section or the key is missing; a key of no characters finds nothing. Of repeated
-// keys the first counts, and a repeated section counts as one.
+// Ignored: no comment, yet without a key, an equals sign or a section above it.
+enum class LineKind { Section, Entry, Ignored };
+
+// A line of a settings file as the reader takes it; the texts are views into the file's bytes,
+// without the blanks round them.
+struct SettingsLine {
+  LineKind Kind = LineKind::Ignored;
+  std::size_t Number = 0;  // from 1
+  std::string_view Text;
+  std::string_view Section;  // the one that the line is in, or opens
+  std::string_view Key;      // of an entry, never empty
+  std::string_view Value;
+};
+
+// The lines of a settings file's bytes, which must outlive the object. Empty lines and comments
+// are left out.
+class SettingsLines {
+ public:
+  explicit SettingsLines(std::string_view file);
+  // Nothing after the last line.
+  std::optional<SettingsLine> Next();
+
+ private:
+  std::string_view rest_;
+  std::size_t number_ = 0;
+  std::optional<std::string_view> section_;
+};
+
+// The line of the key in a settings file's bytes. Nothing if the section or the key is missing; a
+// key of no characters finds nothing. Of repeated keys the first counts, and a repeated section
+// counts as one.
+std::optional<SettingsLine> FindEntry(std::string_view file, std::string_view section,
+                                      std::string_view key);
+
+// The value on that line.
 std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
                                             std::string_view key);
 
