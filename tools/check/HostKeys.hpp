@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace quorbin::check {
+
+// True if the key of section Hosts is a single address in whatever numeric form.
+bool IsAddress(std::string_view key);
+
+// Why a key of section Hosts can't match a peer; empty if it can. Peers are seen by their numeric
+// address in its shortest form, an IPv4 peer always in the dotted one, and by their host name.
+std::string WhyNoHost(std::string_view key);
+
+}  // namespace quorbin::check

@@ -1,0 +1,35 @@
+#pragma once
+
+// What the service would take without a word, but nobody can have meant.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "RecordedService.hpp"
+#include "Report.hpp"
+#include "Values.hpp"
+
+namespace quorbin::check {
+
+// What is asked of the machine beside the settings.
+struct Machine {
+  // The path of a program as the service would find it; empty if there is none.
+  std::function<std::string(const std::string& program)> FindProgram;
+  // Whether the port could be listened on now.
+  std::function<std::error_code(std::int32_t port)> TryPort;
+  // The value of the item of the running service; nothing if none runs.
+  std::function<std::optional<std::string>()> RunningService;
+  // The launcher gives the received files a directory where the environment names none.
+  bool LauncherSetsTmp = false;
+};
+
+// All warnings, of a service that has started: those on lines in the order of the file, then the
+// others.
+std::vector<Warning> FindWarnings(RecordedService& service, const SettingsSource& file,
+                                  const SectionsInEffect& sections, const Machine& machine);
+
+}  // namespace quorbin::check

@@ -1,0 +1,232 @@
+// quorbin-check: says what the settings are in effect, what in them can't have been meant, and what
+// happens to a peer or an extension.
+
+#include <fcntl.h>
+#include <glib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+
+#include "Check.hpp"
+#include "DesktopRegistry.hpp"
+#include "Fd.hpp"
+#include "ForwardConfirmedResolver.hpp"
+#include "LastError.hpp"
+#include "LinkClient.hpp"
+#include "LinkProtocol.hpp"
+#include "Output.hpp"
+#include "Printable.hpp"
+#include "PrivateProfile.hpp"
+#include "ReadFile.hpp"
+#include "UnixComputer.hpp"
+
+namespace quorbin::check {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* SettingsName = "quorbin.ini";
+constexpr const char* ProgramName = "Quorbin";
+constexpr const char* StatusItem = "stopsrv";
+
+// The directory of the service that belongs to this checker: its own if it has settings, which is
+// the one of a copy or a build; else where the service is installed.
+struct ServicePlace {
+  fs::path Directory;
+  bool Installed = false;
+};
+ServicePlace FindService() {
+  const fs::path own = fs::path(ExecutablePath()).parent_path();
+  std::error_code ignored;
+  // A link that leads nowhere is there too.
+  if (fs::symlink_status(own / SettingsName, ignored).type() != fs::file_type::not_found) {
+    return {own, false};
+  }
+  return {own.parent_path() / "lib/quorbin", true};
+}
+
+// Why the service can't read the file; no error if it can.
+std::error_code WhyUnreadable(const std::string& path) {
+  const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file) return LastError();
+  struct stat status;
+  if (::fstat(file.Get(), &status) != 0) return LastError();
+  if (S_ISDIR(status.st_mode)) return std::make_error_code(std::errc::is_a_directory);
+  if (!S_ISREG(status.st_mode)) return std::make_error_code(std::errc::invalid_argument);
+  return {};
+}
+
+// A name given by the caller in the place of a look-up.
+class GivenName final : public AddressResolver {
+ public:
+  explicit GivenName(std::string name) : name_(std::move(name)) {}
+  std::string ResolverName(const std::string& /*ResolverAddress*/) override { return name_; }
+
+ private:
+  std::string name_;
+};
+
+std::string FindProgram(const std::string& program) {
+  const std::unique_ptr<char, decltype(&g_free)> path(g_find_program_in_path(program.c_str()),
+                                                      g_free);
+  return path ? path.get() : std::string();
+}
+
+// Takes the port as the service does and gives it back at once, without having listened.
+std::error_code TryPort(std::int32_t port) {
+  const sockaddr_in6 any = {.sin6_family = AF_INET6,
+                            .sin6_port = htons(static_cast<in_port_t>(port)),
+                            .sin6_flowinfo = 0,
+                            .sin6_addr = in6addr_any,
+                            .sin6_scope_id = 0};
+  const Fd trial(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!trial) return {};
+  const int on = 1;
+  ::setsockopt(trial.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const int off = 0;
+  ::setsockopt(trial.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+  if (::bind(trial.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0) return {};
+  return LastError();
+}
+
+std::optional<std::string> RunningService() {
+  const std::string line = std::string(LinkProtocol::Request) + " " + StatusItem;
+  const LinkAnswer answer = AskService(ProgramName, line);
+  if (!answer.Line) return {};
+  if (!answer.Line->starts_with(LinkProtocol::Value)) return answer.Line;
+  return answer.Line->substr(LinkProtocol::Value.size());
+}
+
+struct Options {
+  std::string SettingsPath;  // empty: those of the service
+  std::optional<std::string> Host;
+  std::optional<std::string> Ext;
+  std::string Name;
+  std::string Prefix;
+  std::string Suffix;
+  bool Quiet = false;
+  bool AsJson = false;
+};
+
+Question QuestionOf(const Options& options) {
+  Question question;
+  question.Host = options.Host;
+  if (options.Ext) {
+    question.Extension = Transfer{.Ext = *options.Ext,
+                                  .ViewerCmd = {},
+                                  .FileName = options.Name,
+                                  .KdoPrf = options.Prefix,
+                                  .KdoExt = options.Suffix};
+  }
+  return question;
+}
+
+Report CheckWith(const Options& options) {
+  const ServicePlace place = FindService();
+  SettingsSource file;
+  file.Path = options.SettingsPath.empty() ? (place.Directory / SettingsName).string()
+                                           : options.SettingsPath;
+  std::error_code ignored;
+  // The administrator's file, where the service has a link to it.
+  const fs::path target = fs::canonical(file.Path, ignored);
+  if (!target.empty()) file.Path = target.string();
+  const std::error_code unreadable = WhyUnreadable(file.Path);
+  file.Bytes = ReadFile(file.Path).value_or("");
+
+  const auto environ = [](const std::string& name) {
+    const char* const text = std::getenv(name.c_str());
+    return std::string(text == nullptr ? "" : text);
+  };
+  PrivateProfile profile;
+  DesktopRegistry registry(ClassesFilePaths(environ));
+  ForwardConfirmedResolver nameService;
+  GivenName given(options.Name);
+  AddressResolver& resolver =
+      options.Name.empty() ? static_cast<AddressResolver&>(nameService) : given;
+  const Sources sources = {.Profile = profile,
+                           .File = file,
+                           .Registry = registry,
+                           .RegistryFile = [&registry] { return registry.AnsweringFile(); },
+                           .Resolver = resolver,
+                           .AppPath = place.Directory.string(),
+                           .Environ = environ};
+  const Machine machine = {.FindProgram = FindProgram,
+                           .TryPort = TryPort,
+                           .RunningService = RunningService,
+                           .LauncherSetsTmp = place.Installed};
+  Report report = Check(sources, machine, QuestionOf(options));
+  if (unreadable) {
+    report.Warnings.insert(report.Warnings.begin(),
+                           {"can't be read (" + unreadable.message() +
+                                "): every setting has its default, and everybody is let in",
+                            file.Path, 0});
+    report.Result = Status::Unusable;
+  }
+  return report;
+}
+
+int Complain(const std::string& sentence) {
+  std::cerr << "quorbin-check: " << Printable(sentence) << '\n';
+  return static_cast<int>(Status::Unusable);
+}
+
+int Run(int argc, char** argv) {
+  Options options;
+  CLI::App app("Checks the settings of Quorbin and says what they mean for a peer or an extension.",
+               "quorbin-check");
+  app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
+  CLI::Option* const host =
+      app.add_option("--host", options.Host, "Say what happens to this peer, a numeric address");
+  CLI::Option* const ext = app.add_option(
+      "--ext", options.Ext, "Say what happens to a file with this extension, .pdf for instance");
+  ext->excludes(host);
+  CLI::Option* const name =
+      app.add_option("--name", options.Name,
+                     "With --host, the peer's host name in the place of a look-up; with --ext, the "
+                     "name of the file");
+  app.add_option("--prefix", options.Prefix, "The sender's text before the file")->needs(ext);
+  app.add_option("--suffix", options.Suffix, "The sender's text after the file")->needs(ext);
+  app.add_flag("--quiet", options.Quiet, "Print warnings only");
+  app.add_flag("--json", options.AsJson, "Print JSON");
+  app.add_option("--settings", options.SettingsPath,
+                 "The settings file, in the place of the service's own");
+  app.footer(
+      R"(Exit status: 0 no warnings, admitted or opened; 1 warnings or refused; 2 the settings can't be
+read, or wrong usage.)");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : static_cast<int>(Status::Unusable);
+  }
+  if (name->count() > 0 && !options.Host && !options.Ext) {
+    return Complain("--name goes with --host or --ext");
+  }
+  if (options.Ext && options.Name.find_first_of("/\"") != std::string::npos) {
+    return Complain("--name: a file of that name would be received under a made-up one");
+  }
+  const Report report = CheckWith(options);
+  const Scope scope = options.Quiet ? Scope::WarningsOnly : Scope::Everything;
+  std::cout << (options.AsJson ? AsJson(report, scope) : AsLines(report, scope)) << std::flush;
+  return static_cast<int>(report.Result);
+}
+
+}  // namespace
+}  // namespace quorbin::check
+
+int main(int argc, char** argv) try {
+  return quorbin::check::Run(argc, argv);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "quorbin-check: %s\n", error.what());
+  return 2;
+}
