@@ -156,7 +156,7 @@ void ExplainHost(RecordedService& service, const std::string& address, const Mac
 void ExplainExtension(RecordedService& service, const Transfer& transfer, const Machine& machine,
                       Report& report) {
   Steps steps(ExtensionTopic, report);
-  steps.Add("extension", transfer.Ext, From(Source::Argument));
+  steps.Add("asked", transfer.Ext, From(Source::Argument));
   bool allowed = false;
   Transfer opened = transfer;
   const Trace asked = service.Record(

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <optional>
 
-#include "Allgemein.hpp"
+#include "Text.hpp"
 
 namespace quorbin::check {
 

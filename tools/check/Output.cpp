@@ -21,6 +21,8 @@ const char* Word(Source source) {
       return "registry";
     case Source::Environment:
       return "environment";
+    case Source::Launcher:
+      return "launcher";
     case Source::Argument:
       return "argument";
     case Source::NameService:

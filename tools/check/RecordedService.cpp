@@ -7,6 +7,12 @@
 
 namespace quorbin::check {
 
+namespace {
+
+constexpr const char* TempVariable = "TMP";
+
+}  // namespace
+
 std::uint32_t RecordingProfile::GetPrivateProfileString(std::string_view section,
                                                         std::string_view key,
                                                         std::string_view defaultText,
@@ -57,6 +63,7 @@ std::optional<int> RecordingStarter::Shell(const std::string& commandLine) {
 }
 
 std::string RecordingComputer::Environ(const std::string& name) const {
+  if (name == TempVariable && !sources_.LauncherTmp.empty()) return sources_.LauncherTmp;
   std::string text = sources_.Environ(name);
   if (!text.empty()) trace_.Variables.push_back(name);
   return text;
@@ -89,6 +96,16 @@ void RecordedService::Start() {
       // The message is in the trace.
     }
   });
+}
+
+Origin RecordedService::OriginOfTempDir() const {
+  if (!sources_.LauncherTmp.empty()) return {.From = Source::Launcher};
+  for (const char* const variable : {TempVariable, "TEMP"}) {
+    if (std::ranges::find(AtStart.Variables, variable) != AtStart.Variables.end()) {
+      return {.From = Source::Environment, .Place = variable};
+    }
+  }
+  return {.From = Source::Default};
 }
 
 Origin RecordedService::OriginOf(const SettingRead& read) const {

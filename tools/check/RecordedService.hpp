@@ -69,6 +69,8 @@ struct Sources {
   AddressResolver& Resolver;
   std::string AppPath;  // directory of the service's program
   std::function<std::string(const std::string&)> Environ;
+  // The launcher's directory of received files, which it makes; empty if it need not name one.
+  std::string LauncherTmp = {};
 };
 
 class RecordingProfile final : public SettingsFile {
@@ -191,6 +193,8 @@ class RecordedService {
   // From here on an address may have a name, which may take seconds.
   void UseNameService() { resolver_.Asks = true; }
 
+  // Where the directory of the received files comes from.
+  Origin OriginOfTempDir() const;
   // Where the answer of a read comes from.
   Origin OriginOf(const SettingRead& read) const;
   // The read of a setting at the start; nullptr if it was not read.

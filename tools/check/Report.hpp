@@ -18,6 +18,7 @@ enum class Source {
   Default,
   Registry,
   Environment,
+  Launcher,  // which names a directory where the environment does not
   Argument,
   NameService,
   Service,

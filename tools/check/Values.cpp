@@ -4,11 +4,11 @@
 #include <optional>
 #include <set>
 
-#include "Allgemein.hpp"
 #include "CheckHost.hpp"
 #include "Configuration.hpp"
 #include "PrivateProfile.hpp"
 #include "ResolveExtension.hpp"
+#include "Text.hpp"
 #include "Words.hpp"
 
 namespace quorbin::check {
@@ -20,16 +20,6 @@ constexpr std::string_view SomePeer = "192.0.2.1";
 constexpr std::string_view SomeExtension = ".any";
 
 Origin FromDefault() { return {.From = Source::Default}; }
-
-bool IsSet(const RecordedService& service, std::string_view variable) {
-  const std::vector<std::string>& set = service.AtStart.Variables;
-  return std::ranges::find(set, variable) != set.end();
-}
-
-Origin FromEnvironment(const RecordedService& service, const std::string& variable) {
-  if (!IsSet(service, variable)) return FromDefault();
-  return {.From = Source::Environment, .Place = variable};
-}
 
 // Where a setting comes from whose read may have led on to another place.
 Origin OriginInEffect(const RecordedService& service, const StartUpSetting& setting,
@@ -93,9 +83,9 @@ const std::vector<StartUpSetting>& StartUpSettings() {
 }
 
 bool IsReserved(std::string_view section, std::string_view key) {
-  if (!SameName(section, Section::Global) && SameName(key, Key::Default)) return true;
+  if (!EqualsNoCase(section, Section::Global) && EqualsNoCase(key, Key::Default)) return true;
   return std::ranges::any_of(StartUpSettings(), [&](const StartUpSetting& setting) {
-    return SameName(section, setting.Section) && SameName(key, setting.Key);
+    return EqualsNoCase(section, setting.Section) && EqualsNoCase(key, setting.Key);
   });
 }
 
@@ -139,20 +129,14 @@ std::vector<Fact> ListValues(RecordedService& service, const SectionsInEffect& s
                      setting.InEffect(service.Form), OriginInEffect(service, setting, *read)});
   }
   const TransferSession& session = service.Form.Session;
-  facts.push_back(
-      {"environment", "TMP", session.TempDir, FromEnvironment(service, TempVariable(service))});
-  facts.push_back(
-      {"environment", "SystemRoot", session.SystemRootDir, FromEnvironment(service, "SystemRoot")});
+  facts.push_back({"environment", "TMP", session.TempDir, service.OriginOfTempDir()});
+  facts.push_back({"environment",
+                   "SystemRoot",
+                   session.SystemRootDir,
+                   {.From = Source::Environment, .Place = "SystemRoot"}});
   if (sections.Hosts) AddSection(service, *sections.Hosts, facts);
   AddSection(service, sections.Extensions, facts);
   return facts;
-}
-
-std::string TempVariable(const RecordedService& service) {
-  for (const char* const variable : {"TMP", "TEMP"}) {
-    if (IsSet(service, variable)) return variable;
-  }
-  return {};
 }
 
 }  // namespace quorbin::check

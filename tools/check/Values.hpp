@@ -52,7 +52,4 @@ struct SectionsInEffect {
 SectionsInEffect ReadSections(RecordedService& service);
 std::vector<Fact> ListValues(RecordedService& service, const SectionsInEffect& sections);
 
-// The variable that names the directory of the received files; empty if none is set.
-std::string TempVariable(const RecordedService& service);
-
 }  // namespace quorbin::check

@@ -15,6 +15,7 @@
 #include "LastError.hpp"
 #include "PrivateProfile.hpp"
 #include "RegKeys.hpp"
+#include "Text.hpp"
 #include "Viewer.hpp"
 #include "Words.hpp"
 
@@ -64,7 +65,7 @@ class Collector {
 
 bool IsKnownSection(std::string_view name) {
   constexpr std::array known = {Section::Global, Section::Hosts, Section::Extensions};
-  return std::ranges::any_of(known, [&](std::string_view one) { return SameName(one, name); });
+  return std::ranges::any_of(known, [&](std::string_view one) { return EqualsNoCase(one, name); });
 }
 
 // Sections, keys and lines that the reader passes by.
@@ -95,7 +96,7 @@ void CheckLines(const SettingsSource& file, Collector& warnings) {
         if (!isNew) {
           warnings.AtLine(line->Number, "repeated key " + Quoted(line->Key) + ": line " +
                                             std::to_string(at->second) + " counts");
-        } else if (SameName(section, Section::Global) && !IsReserved(section, line->Key)) {
+        } else if (EqualsNoCase(section, Section::Global) && !IsReserved(section, line->Key)) {
           warnings.AtLine(line->Number,
                           "unknown key " + Quoted(line->Key) + " of Global: it is ignored");
         }
@@ -185,29 +186,29 @@ std::string_view MeantKeyword(std::string_view value) {
   return {};
 }
 
+// What is wrong with a value that is no keyword although it was meant to be one.
+std::string NotExactly(std::string_view meant) {
+  return meant.empty() ? std::string() : ", for it is not exactly " + std::string(meant);
+}
+
 void CheckDefault(const DefaultInEffect& found, Collector& warnings) {
   CheckCut(found.Read, warnings);
   if (!found.Ignored) return;
-  const std::string_view meant = MeantKeyword(found.Read.Answer);
   warnings.AtRead(found.Read, "Default: " + Quoted(found.Read.Answer) + " counts as absent" +
-                                  (meant.empty() ? "" : ", it is not " + std::string(meant)) +
-                                  ": " + found.Keyword + " is in effect");
+                                  NotExactly(MeantKeyword(found.Read.Answer)) + "; " +
+                                  found.Keyword + " is in effect");
 }
 
 void CheckHostEntry(const SettingRead& read, const std::string& hostDefault, Collector& warnings) {
   CheckCut(read, warnings);
-  const std::string entry = read.Key + "=" + read.Answer;
+  const std::string entry = Quoted(read.Key + "=" + read.Answer);
   if (const std::string why = WhyNoHost(read.Key); !why.empty()) {
     warnings.AtRead(read, Quoted(read.Key) + " matches no peer: " + why);
+  } else if (read.Answer == hostDefault && IsAddress(read.Key)) {
+    warnings.AtRead(read, entry + " is what Default says, so the name of the peer decides");
   }
   if (read.Answer != Keyword::Deny && read.Answer != Keyword::Allow) {
-    const std::string_view meant = MeantKeyword(read.Answer);
-    warnings.AtRead(read, Quoted(entry) + " admits" +
-                              (meant.empty() ? "" : ", it is not " + std::string(meant)) +
-                              ": only " + std::string(Keyword::Deny) + " refuses");
-  }
-  if (read.Answer == hostDefault && IsAddress(read.Key)) {
-    warnings.AtRead(read, Quoted(entry) + " is what Default says: the name of the peer decides");
+    warnings.AtRead(read, entry + " lets the peer in" + NotExactly(MeantKeyword(read.Answer)));
   }
 }
 
@@ -245,10 +246,9 @@ void CheckExtensionEntry(RecordedService& service, const SettingRead& read, cons
   if (read.Answer == Keyword::Deny || read.Answer == Keyword::Reg) return;
   const std::string_view meant = MeantKeyword(read.Answer);
   if (!meant.empty() || read.Answer.starts_with('*')) {
-    warnings.AtRead(
-        read,
-        Quoted(read.Key + "=" + read.Answer) + " is taken for a command" +
-            (meant == Keyword::Allow || meant.empty() ? "" : ", it is not " + std::string(meant)));
+    // As an entry *allow is no keyword.
+    warnings.AtRead(read, Quoted(read.Key + "=" + read.Answer) + " is taken for a command" +
+                              NotExactly(meant == Keyword::Allow ? Keyword::Reg : meant));
     return;
   }
   CheckCommand(service, read, machine, warnings);
@@ -284,9 +284,10 @@ void CheckSettingsFile(const std::string& path, Collector& warnings) {
   }
 }
 
-void CheckDirectory(const RecordedService& service, const Machine& machine, Collector& warnings) {
-  if (TempVariable(service).empty()) {
-    if (machine.LauncherSetsTmp) return;
+void CheckDirectory(const RecordedService& service, Collector& warnings) {
+  const Source source = service.OriginOfTempDir().From;
+  if (source == Source::Launcher) return;
+  if (source == Source::Default) {
     warnings.Other("TMP is not set: received files go to the directory of the program");
   }
   const std::string& directory = service.Form.Session.TempDir;
@@ -332,7 +333,7 @@ std::vector<Warning> FindWarnings(RecordedService& service, const SettingsSource
   CheckStartUp(service, warnings);
   CheckSections(service, sections, machine, warnings);
   CheckSettingsFile(file.Path, warnings);
-  CheckDirectory(service, machine, warnings);
+  CheckDirectory(service, warnings);
   CheckPort(service, machine, warnings);
   return warnings.Take();
 }

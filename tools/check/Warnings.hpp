@@ -23,8 +23,6 @@ struct Machine {
   std::function<std::error_code(std::int32_t port)> TryPort;
   // The value of the item of the running service; nothing if none runs.
   std::function<std::optional<std::string>()> RunningService;
-  // The launcher gives the received files a directory where the environment names none.
-  bool LauncherSetsTmp = false;
 };
 
 // All warnings, of a service that has started: those on lines in the order of the file, then the

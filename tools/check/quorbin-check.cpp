@@ -56,6 +56,18 @@ ServicePlace FindService() {
   return {own.parent_path() / "lib/quorbin", true};
 }
 
+std::string Environ(const std::string& name) {
+  const char* const text = std::getenv(name.c_str());
+  return text == nullptr ? "" : text;
+}
+
+// The directory that the launcher makes and sets TMP to where that is not set.
+std::string LauncherTmp() {
+  if (!Environ("TMP").empty()) return {};
+  const std::string cache = Environ("XDG_CACHE_HOME");
+  return (cache.starts_with('/') ? cache : Environ("HOME") + "/.cache") + "/quorbin";
+}
+
 // Why the service can't read the file; no error if it can.
 std::error_code WhyUnreadable(const std::string& path) {
   const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -144,12 +156,8 @@ Report CheckWith(const Options& options) {
   const std::error_code unreadable = WhyUnreadable(file.Path);
   file.Bytes = ReadFile(file.Path).value_or("");
 
-  const auto environ = [](const std::string& name) {
-    const char* const text = std::getenv(name.c_str());
-    return std::string(text == nullptr ? "" : text);
-  };
   PrivateProfile profile;
-  DesktopRegistry registry(ClassesFilePaths(environ));
+  DesktopRegistry registry(ClassesFilePaths(Environ));
   ForwardConfirmedResolver nameService;
   GivenName given(options.Name);
   AddressResolver& resolver =
@@ -160,11 +168,13 @@ Report CheckWith(const Options& options) {
                            .RegistryFile = [&registry] { return registry.AnsweringFile(); },
                            .Resolver = resolver,
                            .AppPath = place.Directory.string(),
-                           .Environ = environ};
-  const Machine machine = {.FindProgram = FindProgram,
-                           .TryPort = TryPort,
-                           .RunningService = RunningService,
-                           .LauncherSetsTmp = place.Installed};
+                           .Environ = Environ,
+                           .LauncherTmp = place.Installed ? LauncherTmp() : std::string()};
+  const Machine machine = {
+      .FindProgram = FindProgram,
+      .TryPort = TryPort,
+      .RunningService = RunningService,
+  };
   Report report = Check(sources, machine, QuestionOf(options));
   if (unreadable) {
     report.Warnings.insert(report.Warnings.begin(),
