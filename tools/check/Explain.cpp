@@ -77,6 +77,10 @@ void ExplainLinkMode(const RecordedService& service, const Machine& machine, Ste
     return;
   }
   steps.Add("last link command", *item, From(Source::Service));
+  if (*item == service.Form.Window.StopsrvCaption()) {
+    steps.Verdict(false, "refused: the channel has admitted nobody yet");
+    return;
+  }
   steps.Verdict(false, "undecided: the table of the running service decides");
 }
 
@@ -100,7 +104,7 @@ void ExplainEntries(RecordedService& service, const Trace& asked, bool admitted,
     return;
   }
   const std::string& name = asked.Lookups.front().Name;
-  steps.Add("name", name.empty() ? NotThere : name, From(Source::NameService));
+  steps.Add("name", name.empty() ? NotThere : name, service.OriginOfNames());
   AddEntry(steps, service, "entry of the name", entries.back());
   steps.Verdict(admitted, verdict + (entries.back().Line == 0 ? "the default decides"
                                                               : "the entry of the name decides"));

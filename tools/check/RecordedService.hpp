@@ -67,6 +67,7 @@ struct Sources {
   RegistryReader& Registry;
   std::function<std::string()> RegistryFile;  // that gave the last answer, empty for the desktop
   AddressResolver& Resolver;
+  Source NamesFrom;     // what the resolver is
   std::string AppPath;  // directory of the service's program
   std::function<std::string(const std::string&)> Environ;
   // The launcher's directory of received files, which it makes; empty if it need not name one.
@@ -197,6 +198,8 @@ class RecordedService {
   Origin OriginOfTempDir() const;
   // Where the answer of a read comes from.
   Origin OriginOf(const SettingRead& read) const;
+  // Where the names of peers come from.
+  Origin OriginOfNames() const { return {.From = sources_.NamesFrom}; }
   // The read of a setting at the start; nullptr if it was not read.
   const SettingRead* Find(std::string_view section, std::string_view key) const;
   // The question for the registry's port; nullptr if the settings have one.

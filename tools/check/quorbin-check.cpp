@@ -162,14 +162,16 @@ Report CheckWith(const Options& options) {
   GivenName given(options.Name);
   AddressResolver& resolver =
       options.Name.empty() ? static_cast<AddressResolver&>(nameService) : given;
-  const Sources sources = {.Profile = profile,
-                           .File = file,
-                           .Registry = registry,
-                           .RegistryFile = [&registry] { return registry.AnsweringFile(); },
-                           .Resolver = resolver,
-                           .AppPath = place.Directory.string(),
-                           .Environ = Environ,
-                           .LauncherTmp = place.Installed ? LauncherTmp() : std::string()};
+  const Sources sources = {
+      .Profile = profile,
+      .File = file,
+      .Registry = registry,
+      .RegistryFile = [&registry] { return registry.AnsweringFile(); },
+      .Resolver = resolver,
+      .NamesFrom = options.Name.empty() ? Source::NameService : Source::Argument,
+      .AppPath = place.Directory.string(),
+      .Environ = Environ,
+      .LauncherTmp = place.Installed ? LauncherTmp() : std::string()};
   const Machine machine = {
       .FindProgram = FindProgram,
       .TryPort = TryPort,
