@@ -17,7 +17,7 @@ ViewerStart ViewerOf(RecordedService& service, const Transfer& transfer) {
   start.Line = service.Record(StartViewer).Started.front();
   start.Arguments = SplitCommandLine(start.Line);
   start.RunsReceivedFile =
-      !start.Arguments.empty() && start.Arguments.front() == OutputPath(service.Form);
+      !start.Arguments.empty() && start.Arguments.front() == OutputPath(service.Form.Session);
   return start;
 }
 

@@ -95,21 +95,36 @@ std::string FindProgram(const std::string& program) {
   return path ? path.get() : std::string();
 }
 
-// Takes the port as the service does and gives it back at once, without having listened.
-std::error_code TryPort(std::int32_t port) {
-  const sockaddr_in6 any = {.sin6_family = AF_INET6,
-                            .sin6_port = htons(static_cast<in_port_t>(port)),
-                            .sin6_flowinfo = 0,
-                            .sin6_addr = in6addr_any,
-                            .sin6_scope_id = 0};
-  const Fd trial(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!trial) return {};
+std::error_code TryBind(int family, const void* address, socklen_t length) {
+  const Fd trial(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!trial) return LastError();
   const int on = 1;
   ::setsockopt(trial.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   const int off = 0;
-  ::setsockopt(trial.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-  if (::bind(trial.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0) return {};
+  if (family == AF_INET6) {
+    ::setsockopt(trial.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+  }
+  if (::bind(trial.Get(), static_cast<const sockaddr*>(address), length) == 0) return {};
   return LastError();
+}
+
+// Binds the port as the service does and gives it back at once, without having listened: no sender
+// shall meet a listener that goes.
+std::error_code TryPort(std::int32_t port) {
+  const in_port_t inOrder = htons(static_cast<in_port_t>(port));
+  const sockaddr_in6 any6 = {.sin6_family = AF_INET6,
+                             .sin6_port = inOrder,
+                             .sin6_flowinfo = 0,
+                             .sin6_addr = in6addr_any,
+                             .sin6_scope_id = 0};
+  const std::error_code error = TryBind(AF_INET6, &any6, sizeof any6);
+  if (error != std::errc::address_family_not_supported &&
+      error != std::errc::address_not_available) {
+    return error;
+  }
+  const sockaddr_in any4 = {
+      .sin_family = AF_INET, .sin_port = inOrder, .sin_addr = {INADDR_ANY}, .sin_zero = {}};
+  return TryBind(AF_INET, &any4, sizeof any4);  // IPv6 is off
 }
 
 std::optional<std::string> RunningService() {
