@@ -22,7 +22,7 @@ inline std::optional<std::string> ReadFile(const std::string& path,
   if (!file && errno != EMFILE && errno != ENFILE && errno != ENOMEM && errno != EINTR) {
     return std::string();
   }
-  struct stat status {};
+  struct stat status;
   if (!file || ::fstat(file.Get(), &status) != 0) return {};
   if (!S_ISREG(status.st_mode) || status.st_size > longest) return std::string();
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');

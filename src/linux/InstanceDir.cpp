@@ -21,7 +21,7 @@ constexpr mode_t OwnerOnly = S_IRWXU;
 std::error_code OpenPrivate(const std::string& path, Fd& directory) {
   if (::mkdir(path.c_str(), OwnerOnly) != 0 && errno != EEXIST) return LastError();
   Fd opened(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status {};
+  struct stat status;
   if (!opened || ::fstat(opened.Get(), &status) != 0) return LastError();
   if (status.st_uid != ::geteuid()) return std::make_error_code(std::errc::permission_denied);
   if ((status.st_mode & ALLPERMS) != OwnerOnly && ::fchmod(opened.Get(), OwnerOnly) != 0) {

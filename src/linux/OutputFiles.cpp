@@ -22,7 +22,7 @@ constexpr mode_t OwnerOnly = S_IRUSR | S_IWUSR;
 
 bool IsFileOrLink(int directory, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG || entry.d_type == DT_LNK;
-  struct stat status {};
+  struct stat status;
   return ::fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
          (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode));
 }
@@ -30,7 +30,7 @@ bool IsFileOrLink(int directory, const dirent& entry) {
 // Refuses all but a plain file of our own. A second name of the file may be one that is not ours
 // to write to.
 std::error_code CheckOurs(int file) {
-  struct stat status {};
+  struct stat status;
   if (::fstat(file, &status) != 0) return LastError();
   if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || status.st_nlink != 1) {
     return std::make_error_code(std::errc::operation_not_permitted);

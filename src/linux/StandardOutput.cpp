@@ -11,7 +11,7 @@
 namespace quorbin {
 
 StandardOutput::StandardOutput() {
-  struct stat status {};
+  struct stat status;
   if (::fstat(STDOUT_FILENO, &status) != 0) return;
   isSocket_ = S_ISSOCK(status.st_mode);
   // O_NONBLOCK on the descriptor itself would also bind those that share it, the shell's say.
