@@ -70,10 +70,9 @@ void ForEachLine(const Source& source,
 
 // Announces a buffer of that many bytes.
 std::string Header(std::size_t length) {
-  char header[BufferHeader::Size + 1];
-  std::snprintf(header, sizeof header, "%s%0*zu", BufferHeader::Token.data(),
-                static_cast<int>(BufferHeader::Digits), length);
-  return header;
+  const std::string digits = std::to_string(length);
+  const std::string zeros(BufferHeader::Digits - digits.size(), '0');
+  return std::string(BufferHeader::Token) + zeros + digits;
 }
 
 // How much of the content the next buffer holds: all up to the inside of the first marker. What
