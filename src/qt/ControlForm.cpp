@@ -23,8 +23,8 @@ enum class Tips { Label, Both };
 // A field with its label; all fields are one below the other. Places in twips.
 struct FieldRow {
   Field Shown;
-  const char* LabelName;
   int LabelLeft;
+  const char* LabelName;
   const char* Caption;
   const char* Tip;
   Tips TipOn;
@@ -40,27 +40,27 @@ constexpr int LabelGap = 60;
 constexpr int LabelHeight = 288;
 
 constexpr FieldRow Rows[] = {
-    {Field::aktion, "Label1(3)", 120, "Action", "aktuelle Aktion", Tips::Label, 120, 288,
+    {Field::aktion, 120, "Label1(3)", "Action", "aktuelle Aktion", Tips::Label, 120, 288,
      Kind::OneLine, true},
-    {Field::partner, "Label1(2)", 120, "Partner", "Name des Servers, der die Datei gesendet hat",
+    {Field::partner, 120, "Label1(2)", "Partner", "Name des Servers, der die Datei gesendet hat",
      Tips::Label, 480, 288, Kind::OneLine, true},
-    {Field::dateiname, "Label1(0)", 90, "Filename", "Lokaler Dateiname", Tips::Label, 840, 288,
+    {Field::dateiname, 90, "Label1(0)", "Filename", "Lokaler Dateiname", Tips::Label, 840, 288,
      Kind::OneLine, true},
-    {Field::kdo, "Label1(1)", 120, "Command",
+    {Field::kdo, 120, "Label1(1)", "Command",
      "Kommando für den Programm-Aufruf zur Anzeige/Bearbeitung der Datei", Tips::Label, 1200, 1008,
      Kind::SeveralLines, true},
-    {Field::resu, "Label1(4)", 120, "Result", "Ergebnis", Tips::Label, 2280, 288,
+    {Field::resu, 120, "Label1(4)", "Result", "Ergebnis", Tips::Label, 2280, 288,
      Kind::SeveralLines, true},
-    {Field::ftp, "Label3", 120, "Filetype", "Datei-Typ \"binary\" oder \"text\"", Tips::Both, 3285,
+    {Field::ftp, 120, "Label3", "Filetype", "Datei-Typ \"binary\" oder \"text\"", Tips::Both, 3285,
      240, Kind::OneLine, false},
-    {Field::fext, "Label4", 120, "Extension",
+    {Field::fext, 120, "Label4", "Extension",
      "maßgeblicher Datei-Suffix zum Starten des Windows-Programms", Tips::Both, 3600, 288,
      Kind::OneLine, true},
-    {Field::kprf, "Label5", 90, "Prefix", "Parameter vor dem Dateinamen", Tips::Both, 3960, 612,
+    {Field::kprf, 90, "Label5", "Prefix", "Parameter vor dem Dateinamen", Tips::Both, 3960, 612,
      Kind::SeveralLines, true},
-    {Field::kext, "Label6", 120, "Suffix", "Parameter nach dem Dateinamen", Tips::Both, 4680, 612,
+    {Field::kext, 120, "Label6", "Suffix", "Parameter nach dem Dateinamen", Tips::Both, 4680, 612,
      Kind::SeveralLines, true},
-    {Field::Satz, "Data", 120, "Data", "Daten", Tips::Both, 5400, 2295, Kind::Log, true},
+    {Field::Satz, 120, "Data", "Data", "Daten", Tips::Both, 5400, 2295, Kind::Log, true},
 };
 static_assert(std::size(Rows) == FieldNames.size());
 
