@@ -170,7 +170,7 @@ TEST(PrivateProfile, AnEventSeesOneVersionOfTheFile) {
   };
   std::string seen;
   replace("1");
-  loop.Defer([&] {
+  loop.Raise([&] {
     seen += port();
     replace("2");
     seen += port();
