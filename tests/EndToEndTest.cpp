@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <regex>
 #include <thread>
 #include <vector>
 
@@ -322,8 +321,8 @@ TEST_P(EndToEnd, KeepsNoRightsAndLeavesNoCore) {
   for (const char* set : {"CapPrm", "CapEff", "CapAmb"}) {
     EXPECT_NE(status.find(std::string(set) + ":\t0000000000000000\n"), status.npos) << status;
   }
-  EXPECT_TRUE(std::regex_search(Contents(service.ProcessFolder() / "limits"),
-                                std::regex("Max core file size +0 +4096")));
+  const std::string limits = Contents(service.ProcessFolder() / "limits");
+  EXPECT_NE(limits.find("Max core file size        0  "), limits.npos) << limits;
 }
 
 TEST(Port, PortOfTheSystemsChoiceIsKept) {
