@@ -41,10 +41,14 @@ check::Report Ask(const std::string& name, std::string_view file, const check::Q
       .NamesFrom = check::Source::NameService,
       .AppPath = "/opt/q",
       .Environ = [](const std::string&) { return std::string(); },
+      .IsListenAddress =
+          [&journal](const std::string& address) {
+            return fakes::FakeWinsock(journal).SetLocalAddress(address);
+          },
   };
   const check::Machine machine = {
       .FindProgram = [](const std::string&) { return std::string("/bin/view"); },
-      .TryPort = [](std::int32_t) { return std::error_code(); },
+      .TryPort = [](const std::string&, std::int32_t) { return std::error_code(); },
       .RunningService = [] { return std::optional<std::string>(); },
   };
   check::Report report = check::Check(sources, machine, question);
@@ -75,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fakes::World world{std::string(file)};
     world.resolver.name = name;
     const check::Report host = Ask(name, file, {.Host = Peer, .Extension = {}});
-    fuzz::Require((host.Result == check::Status::Fine) == CheckHost(world.form, Peer),
+    fuzz::Require((host.Result == check::Status::Fine) == CheckHost(world.form, Peer).Allowed,
                   "the peer's verdict is the service's", file);
 
     const check::Transfer transfer = {.Ext = ext, .ViewerCmd = {}};

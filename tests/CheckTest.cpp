@@ -171,6 +171,15 @@ const std::vector<Damaged> DamagedFiles = {
      {"2: pdf: the value is cut after 199 bytes"}},
     {"[Extensions]\nexe=anything \"%1\"\ntxt=cat \"%1\"\nregx=regedit \"%1\"\n",
      {"4: the command of 'regx': no program 'regedit' is found"}},
+    // Limits of peers; a wrong value ends the service
+    {"[Global]\nListen=127.0.0.1\nParameters=*deny\n", {}},
+    {"[Global]\nListen=*local\nPort=80\n[Hosts]\nDefault=*deny\n*local=*allow\n", {}},
+    {"[Global]\nListen=localhost\n",
+     {"2: Listen: 'localhost' is none of its values: the service ends at its start"}},
+    {"[Global]\nListen=10.1\n",
+     {"2: Listen: '10.1' is none of its values: the service ends at its start"}},
+    {"[Global]\nParameters=*Deny\n",
+     {"2: Parameters: '*Deny' is none of its values: the service ends at its start"}},
     // What could steer a terminal
     {"[Glo\x1B]2;x\x07"
      "bal]\n",
@@ -268,6 +277,8 @@ TEST(QuorbinCheck, ValuesAndWhereTheyComeFrom) {
            "Global Port: " + std::to_string(service.Port) + " (registry, " +
                service.Path("config/quorbin/classes.reg") + ")",
            "Global Prefix: /abc. (" + file + ":3)",
+           "Global Listen: all addresses (default)",
+           "Global Parameters: *allow (default)",
            "Hosts host_allow: 3 (" + file + ":2)",  // by Control
            "Extensions ext_allow: 0 (default)",
            "environment TMP: " + service.Path("tmp") + " (environment TMP)",
@@ -288,33 +299,31 @@ struct HostRow {
 
 // 127.0.0.1, whose name is localhost, as the peer.
 TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
-  const std::string address = "the entry of the address decides";
-  const std::string name = "the entry of the name decides";
-  const std::string none = "the default decides";
   const HostRow rows[] = {
       // What the default is
-      {"[Hosts]\nDefault= *deny \n", "refused: " + none},
-      {"[Hosts]\nhost_allow=1\nDefault=*allow\n", "admitted: " + none},
-      {"[Hosts]\nhost_allow=1\nDefault=*Allow\n", "refused: " + none},
-      {"[Hosts]\nhost_allow=1\n", "refused: " + none},
-      {"[Hosts]\nhost_allow=2\nDefault=deny\n", "admitted: " + none},
-      {"", "admitted: " + none},
+      {"[Hosts]\nDefault= *deny \n", "refused by Default=*deny"},
+      {"[Hosts]\nhost_allow=1\nDefault=*allow\n", "admitted by Default=*allow"},
+      {"[Hosts]\nhost_allow=1\nDefault=*Allow\n", "refused by Default=*deny"},
+      {"[Hosts]\nhost_allow=1\n", "refused by Default=*deny"},
+      {"[Hosts]\nhost_allow=2\nDefault=deny\n", "admitted by Default=*allow"},
+      {"", "admitted by Default=*allow"},
       // Entries under *allow
-      {"[Hosts]\nother=*deny\n", "admitted: " + none},
-      {"[Hosts]\nlocalhost=*deny\n", "refused: " + name},
-      {"[Hosts]\nLocalHost=\n", "admitted: " + name},
-      {"[Hosts]\n127.0.0.1=*allow\nother=*deny\n", "admitted: " + none},
-      {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*deny\n", "refused: " + name},
-      {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*Deny\n", "admitted: " + name},
-      {"[Hosts]\n127.0.0.1=*deny\nlocalhost=*allow\n", "refused: " + address},
-      {"[Hosts]\n127.0.0.1=\nlocalhost=*deny\n", "admitted: " + address},
+      {"[Hosts]\nother=*deny\n", "admitted by Default=*allow"},
+      {"[Hosts]\nlocalhost=*deny\n", "refused by localhost=*deny"},
+      {"[Hosts]\nLocalHost=\n", "admitted by localhost="},
+      {"[Hosts]\n127.0.0.1=*allow\nother=*deny\n", "admitted by Default=*allow"},
+      {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*deny\n", "refused by localhost=*deny"},
+      {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*Deny\n", "admitted by localhost=*Deny"},
+      {"[Hosts]\n127.0.0.1=*deny\nlocalhost=*allow\n", "refused by 127.0.0.1=*deny"},
+      {"[Hosts]\n127.0.0.1=\nlocalhost=*deny\n", "admitted by 127.0.0.1="},
       // Entries under *deny
-      {"[Hosts]\nDefault=*deny\nother=*allow\n", "refused: " + none},
-      {"[Hosts]\nDefault=*deny\nlocalhost=*deny\n", "refused: " + name},
-      {"[Hosts]\nDefault=*deny\nlocalhost=\n", "admitted: " + name},
-      {"[Hosts]\nDefault=*deny\n127.0.0.1=*deny\n", "refused: " + none},
-      {"[Hosts]\nDefault=*deny\n127.0.0.1=*deny\nlocalhost=*allow\n", "admitted: " + name},
-      {"[Hosts]\nDefault=*deny\n127.0.0.1=*Deny\n", "admitted: " + address},
+      {"[Hosts]\nDefault=*deny\nother=*allow\n", "refused by Default=*deny"},
+      {"[Hosts]\nDefault=*deny\nlocalhost=*deny\n", "refused by Default=*deny"},
+      {"[Hosts]\nDefault=*deny\nlocalhost=\n", "admitted by localhost="},
+      {"[Hosts]\nDefault=*deny\n127.0.0.1=*deny\n", "refused by Default=*deny"},
+      {"[Hosts]\nDefault=*deny\n127.0.0.1=*deny\nlocalhost=*allow\n",
+       "admitted by localhost=*allow"},
+      {"[Hosts]\nDefault=*deny\n127.0.0.1=*Deny\n", "admitted by 127.0.0.1=*Deny"},
       // Link mode
       {"[Global]\nControl=1\n[Hosts]\n127.0.0.1=*allow\n",
        "refused: the channel has admitted nobody yet"},
@@ -371,11 +380,11 @@ TEST(QuorbinCheck, ExplainsAHostStepByStep) {
                 "host decides: the name, for the entry of the address is what the default says\n"
                 "host name: pca (argument)\n" +
                 "host entry of the name: *allow (" + file + ":5)\n" +
-                "host verdict: admitted: the entry of the name decides\n" + "warning: " + file +
+                "host verdict: admitted by pca=*allow\n" + "warning: " + file +
                 ":4: '10.0.0.7=*deny' is what Default says, so the name of the peer decides\n");
   const Outcome outcome = Check(service, "--host ::1 --name other");
   EXPECT_EQ(outcome.Value("host entry of the name"), "none");
-  EXPECT_EQ(outcome.Value("host verdict"), "refused: the default decides");
+  EXPECT_EQ(outcome.Value("host verdict"), "refused by Default=*deny");
 }
 
 struct ExtensionRow {
@@ -443,6 +452,17 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
     EXPECT_TRUE(service.Shows("kdo: " + outcome.Value("extension command line") + "\n"))
         << Contents(service.Home / "out");
   }
+}
+
+TEST(QuorbinCheck, DeniedParametersAreTreatedAsExplained) {
+  PlainService service("[Global]\nParameters=*deny\n[Hosts]\nDefault=*allow\n");
+  ASSERT_TRUE(service.Start());
+  EXPECT_EQ(Check(service, "--ext .reg").Value("extension verdict"), "opened");
+  const Outcome outcome = Check(service, "--ext .reg --suffix x");
+  EXPECT_EQ(outcome.Value("extension verdict"),
+            "refused: Parameters is *deny, so the sender's texts draw -PARAM");
+  EXPECT_EQ(outcome.Status, 1);
+  EXPECT_EQ(service.Connect().Talk("$EXT$:.reg|$KDOEXT$:x"), "-PARAM");
 }
 
 TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {

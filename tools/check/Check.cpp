@@ -19,6 +19,8 @@ Report Check(const Sources& sources, const Machine& machine, const Question& que
   } else {
     report.Values = ListValues(service, sections);
   }
+  // A service that does not start admits nobody and opens nothing.
+  if (!service.AtStart.Message.empty()) report.Result = Status::Doubtful;
   return report;
 }
 

@@ -77,7 +77,7 @@ void ExplainLinkMode(const RecordedService& service, const Machine& machine, Ste
     return;
   }
   steps.Add("last link command", *item, From(Source::Service));
-  if (*item == service.Form.Window.StopsrvCaption()) {
+  if (*item == service.Form.stopsrv) {
     steps.Verdict(false, "refused: the channel has admitted nobody yet");
     return;
   }
@@ -86,28 +86,25 @@ void ExplainLinkMode(const RecordedService& service, const Machine& machine, Ste
 
 // Everything but link mode: CheckHost reads Default, the entry of the address and, where that
 // settles nothing, the entry of the name.
-void ExplainEntries(RecordedService& service, const Trace& asked, bool admitted, Steps& steps) {
+void ExplainEntries(RecordedService& service, const Trace& asked, const HostDecision& decision,
+                    Steps& steps) {
   AddDefault(steps, service, *service.Find(Section::Hosts, Key::HostAllow), asked);
   const std::vector<SettingRead> entries(std::next(asked.Reads.begin()), asked.Reads.end());
   AddEntry(steps, service, "entry of the address", entries.front());
-  const std::string verdict = admitted ? "admitted: " : "refused: ";
-  if (entries.size() == 1) {
-    steps.Verdict(admitted, verdict + "the entry of the address decides");
-    return;
+  if (entries.size() > 1) {
+    if (entries.front().Line != 0) {
+      steps.Add("decides", "the name, for the entry of the address is what the default says");
+    }
+    if (asked.Lookups.empty()) {
+      steps.Add("name", "not looked up: no entry could match one");
+    } else {
+      const std::string& name = asked.Lookups.front().Name;
+      steps.Add("name", name.empty() ? NotThere : name, service.OriginOfNames());
+      AddEntry(steps, service, "entry of the name", entries.back());
+    }
   }
-  if (entries.front().Line != 0) {
-    steps.Add("decides", "the name, for the entry of the address is what the default says");
-  }
-  if (asked.Lookups.empty()) {
-    steps.Add("name", "not looked up: no entry could match one");
-    steps.Verdict(admitted, verdict + "the default decides");
-    return;
-  }
-  const std::string& name = asked.Lookups.front().Name;
-  steps.Add("name", name.empty() ? NotThere : name, service.OriginOfNames());
-  AddEntry(steps, service, "entry of the name", entries.back());
-  steps.Verdict(admitted, verdict + (entries.back().Line == 0 ? "the default decides"
-                                                              : "the entry of the name decides"));
+  steps.Verdict(decision.Allowed,
+                (decision.Allowed ? "admitted by " : "refused by ") + decision.By);
 }
 
 void AddQuery(Steps& steps, RecordedService& service, const std::string& name,
@@ -148,12 +145,12 @@ void ExplainHost(RecordedService& service, const std::string& address, const Mac
   Steps steps(HostTopic, report);
   steps.Add("address", address, From(Source::Argument));
   service.UseNameService();
-  bool admitted = false;
-  const Trace asked = service.Record([&](Form1& form) { admitted = CheckHost(form, address); });
+  HostDecision decision;
+  const Trace asked = service.Record([&](Form1& form) { decision = CheckHost(form, address); });
   if (asked.Reads.empty()) {
     ExplainLinkMode(service, machine, steps);
   } else {
-    ExplainEntries(service, asked, admitted, steps);
+    ExplainEntries(service, asked, decision, steps);
   }
 }
 
@@ -177,6 +174,8 @@ void ExplainExtension(RecordedService& service, const Transfer& transfer, const 
     steps.Verdict(false, "refused: " + service.Form.FControl.Text(Field::resu));
   } else if (opened.ViewerCmd.empty()) {
     steps.Verdict(false, "refused when the content comes: the entry has no command");
+  } else if (!service.Form.ParametersAllowed && !(opened.KdoPrf + opened.KdoExt).empty()) {
+    steps.Verdict(false, "refused: Parameters is *deny, so the sender's texts draw -PARAM");
   } else {
     ExplainViewer(service, opened, machine, steps);
   }

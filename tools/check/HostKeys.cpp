@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "Text.hpp"
+#include "Winsock.hpp"
 
 namespace quorbin::check {
 
@@ -45,6 +46,7 @@ bool IsLinkLocal(const std::string& key) {
 bool IsAddress(std::string_view key) { return AddressAsSeen(std::string(key)).has_value(); }
 
 std::string WhyNoHost(std::string_view key) {
+  if (EqualsNoCase(key, LocalPeer)) return {};
   const std::string text(key);
   if (const std::optional<std::string> seen = AddressAsSeen(text)) {
     if (LCase(text) != LCase(*seen)) return "write " + *seen;

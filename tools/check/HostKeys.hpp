@@ -9,7 +9,8 @@ namespace quorbin::check {
 bool IsAddress(std::string_view key);
 
 // Why a key of section Hosts can't match a peer; empty if it can. Peers are seen by their numeric
-// address in its shortest form, an IPv4 peer always in the dotted one, and by their host name.
+// address in its shortest form, an IPv4 peer always in the dotted one, by their host name, or as
+// "*local".
 std::string WhyNoHost(std::string_view key);
 
 }  // namespace quorbin::check

@@ -69,8 +69,7 @@ std::string RecordingComputer::Environ(const std::string& name) const {
   return text;
 }
 
-void RecordingComputer::MsgBox(const std::string& text, int /*flags*/,
-                               const std::string& /*title*/) {
+void RecordingComputer::MsgBox(const std::string& text, const std::string& /*title*/) {
   trace_.Message = text;
 }
 
@@ -86,7 +85,8 @@ RecordedService::RecordedService(const Sources& sources)
             .Window = window_,
             .Tray = tray_,
             .Link = link_,
-            .App = computer_}) {}
+            .App = computer_,
+            .Audit = journal_}) {}
 
 void RecordedService::Start() {
   AtStart = Record([](Form1& form) {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "ConsoleDisplay.hpp"
-#include "ConsoleWindow.hpp"
+#include "ConsoleFront.hpp"
 #include "Form1.hpp"
 #include "Report.hpp"
 
@@ -70,6 +70,7 @@ struct Sources {
   Source NamesFrom;     // what the resolver is
   std::string AppPath;  // directory of the service's program
   std::function<std::string(const std::string&)> Environ;
+  std::function<bool(const std::string&)> IsListenAddress;  // as Winsock::SetLocalAddress says it
   // The launcher's directory of received files, which it makes; empty if it need not name one.
   std::string LauncherTmp = {};
 };
@@ -130,7 +131,7 @@ class RecordingComputer final : public Computer {
   std::string EXEName() const override { return "Quorbin"; }
   std::string AppPath() const override { return sources_.AppPath; }
   std::string Environ(const std::string& name) const override;
-  void MsgBox(const std::string& text, int flags, const std::string& title) override;
+  void MsgBox(const std::string& text, const std::string& title) override;
   [[noreturn]] void End(int /*status*/) override { throw ServiceEnds(); }
 
  private:
@@ -141,9 +142,12 @@ class RecordingComputer final : public Computer {
 // A socket that keeps its port and does nothing else.
 class IdleSocket final : public Winsock {
  public:
+  explicit IdleSocket(std::function<bool(const std::string&)> isListenAddress)
+      : isListenAddress_(std::move(isListenAddress)) {}
   int State() const override { return 0; }
   std::int32_t LocalPort() const override { return port_; }
   void SetLocalPort(std::int32_t port) override { port_ = port; }
+  bool SetLocalAddress(const std::string& address) override { return isListenAddress_(address); }
   void Close() override {}
   std::error_code Listen() override { return {}; }
   void Accept(int /*requestID*/) override {}
@@ -153,6 +157,7 @@ class IdleSocket final : public Winsock {
   std::string RemoteHost() const override { return {}; }
 
  private:
+  std::function<bool(const std::string&)> isListenAddress_;
   std::int32_t port_ = 0;
 };
 
@@ -172,6 +177,11 @@ class IdleFiles final : public FileSystem {
 class IdleLink final : public LinkChannel {
  public:
   void SetLinkMode(int /*mode*/) override {}
+};
+
+class IdleJournal final : public Journal {
+ public:
+  void Write(const JournalEntry& /*entry*/) override {}
 };
 
 class RecordedService {
@@ -215,11 +225,12 @@ class RecordedService {
   RecordingResolver resolver_{sources_, trace_};
   RecordingStarter starter_{trace_};
   RecordingComputer computer_{sources_, trace_};
-  IdleSocket socket_;
+  IdleSocket socket_{sources_.IsListenAddress};
   IdleFiles files_;
   IdleLink link_;
+  IdleJournal journal_;
   ConsoleDisplay display_{[](std::string_view) {}};
-  ConsoleWindow window_;
+  ConsoleWindow window_{[] {}};
   NoTray tray_;
 
  public:

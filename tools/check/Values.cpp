@@ -74,6 +74,14 @@ const std::vector<StartUpSetting>& StartUpSettings() {
        [](const Form1& form) { return std::to_string(form.Winsock1.LocalPort()); }},
       {Section::Global, Key::Prefix, ValueKind::Text,
        [](const Form1& form) { return form.Session.NamePrefix; }},
+      {Section::Global, Key::Listen, ValueKind::Text,
+       [](const Form1& form) {
+         return form.ListenAddress.empty() ? std::string("all addresses") : form.ListenAddress;
+       }},
+      {Section::Global, Key::Parameters, ValueKind::Text,
+       [](const Form1& form) {
+         return std::string(form.ParametersAllowed ? Keyword::Allow : Keyword::Deny);
+       }},
       {Section::Hosts, Key::HostAllow, ValueKind::Number16,
        [](const Form1& form) { return std::to_string(form.HostMode); }},
       {Section::Extensions, Key::ExtAllow, ValueKind::Number16,

@@ -163,7 +163,10 @@ void CheckStartUp(RecordedService& service, Collector& warnings) {
     CheckNumber(registered, text, ValueKind::Number32, warnings);
   }
   if (!service.AtStart.Message.empty()) {
-    warnings.Other("the service ends at its start: " + service.AtStart.Message);
+    // The last read is the one that ended the start.
+    const SettingRead& last = service.AtStart.Reads.back();
+    warnings.AtRead(last, last.Key + ": " + Quoted(last.Answer) +
+                              " is none of its values: the service ends at its start");
   }
 }
 
@@ -307,7 +310,7 @@ void CheckDirectory(const RecordedService& service, Collector& warnings) {
 
 void CheckPort(RecordedService& service, const Machine& machine, Collector& warnings) {
   const SettingRead* const read = service.Find(Section::Global, Key::Port);
-  if (read == nullptr) return;
+  if (read == nullptr || service.Form.ListenAddress == LocalPeer) return;
   const std::int32_t port = service.Form.Winsock1.LocalPort();
   const std::string name = "port " + std::to_string(port);
   if (port < 0 || port > LastPort) {
@@ -320,7 +323,7 @@ void CheckPort(RecordedService& service, const Machine& machine, Collector& warn
   }
   // The running service holds its own port.
   if (port == 0 || machine.RunningService()) return;
-  const std::error_code error = machine.TryPort(port);
+  const std::error_code error = machine.TryPort(service.Form.ListenAddress, port);
   if (error) warnings.AtRead(*read, name + " can't be listened on: " + error.message());
 }
 

@@ -19,8 +19,9 @@ namespace quorbin::check {
 struct Machine {
   // The path of a program as the service would find it; empty if there is none.
   std::function<std::string(const std::string& program)> FindProgram;
-  // Whether the port could be listened on now.
-  std::function<std::error_code(std::int32_t port)> TryPort;
+  // Whether the port of the address, or of all addresses if that is empty, could be listened on
+  // now.
+  std::function<std::error_code(const std::string& address, std::int32_t port)> TryPort;
   // The value of the item of the running service; nothing if none runs.
   std::function<std::optional<std::string>()> RunningService;
 };

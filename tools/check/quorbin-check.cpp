@@ -3,8 +3,7 @@
 
 #include <fcntl.h>
 #include <glib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -20,6 +19,7 @@
 
 #include "Check.hpp"
 #include "DesktopRegistry.hpp"
+#include "EpollLoop.hpp"
 #include "Fd.hpp"
 #include "ForwardConfirmedResolver.hpp"
 #include "LastError.hpp"
@@ -29,6 +29,7 @@
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
 #include "ReadFile.hpp"
+#include "TcpListener.hpp"
 #include "UnixComputer.hpp"
 
 namespace quorbin::check {
@@ -95,36 +96,16 @@ std::string FindProgram(const std::string& program) {
   return path ? path.get() : std::string();
 }
 
-std::error_code TryBind(int family, const void* address, socklen_t length) {
-  const Fd trial(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!trial) return LastError();
-  const int on = 1;
-  ::setsockopt(trial.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  const int off = 0;
-  if (family == AF_INET6) {
-    ::setsockopt(trial.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-  }
-  if (::bind(trial.Get(), static_cast<const sockaddr*>(address), length) == 0) return {};
-  return LastError();
+// The service's own listener decides on both. A listener that stands for a moment harms nobody
+// where no service runs.
+bool IsListenAddress(const std::string& address) {
+  return address == LocalPeer || TcpListener().SetAddress(address);
 }
-
-// Binds the port as the service does and gives it back at once, without having listened: no sender
-// shall meet a listener that goes.
-std::error_code TryPort(std::int32_t port) {
-  const in_port_t inOrder = htons(static_cast<in_port_t>(port));
-  const sockaddr_in6 any6 = {.sin6_family = AF_INET6,
-                             .sin6_port = inOrder,
-                             .sin6_flowinfo = 0,
-                             .sin6_addr = in6addr_any,
-                             .sin6_scope_id = 0};
-  const std::error_code error = TryBind(AF_INET6, &any6, sizeof any6);
-  if (error != std::errc::address_family_not_supported &&
-      error != std::errc::address_not_available) {
-    return error;
-  }
-  const sockaddr_in any4 = {
-      .sin_family = AF_INET, .sin_port = inOrder, .sin_addr = {INADDR_ANY}, .sin_zero = {}};
-  return TryBind(AF_INET, &any4, sizeof any4);  // IPv6 is off
+std::error_code TryPort(const std::string& address, std::int32_t port) {
+  TcpListener trial;
+  trial.SetAddress(address);
+  trial.SetPort(port);
+  return trial.Listen();
 }
 
 std::optional<std::string> RunningService() {
@@ -171,7 +152,8 @@ Report CheckWith(const Options& options) {
   const std::error_code unreadable = WhyUnreadable(file.Path);
   file.Bytes = ReadFile(file.Path).value_or("");
 
-  PrivateProfile profile;
+  EpollLoop loop;  // never runs, so the settings are read once
+  PrivateProfile profile(loop);
   DesktopRegistry registry(ClassesFilePaths(Environ));
   ForwardConfirmedResolver nameService;
   GivenName given(options.Name);
@@ -186,6 +168,7 @@ Report CheckWith(const Options& options) {
       .NamesFrom = options.Name.empty() ? Source::NameService : Source::Argument,
       .AppPath = place.Directory.string(),
       .Environ = Environ,
+      .IsListenAddress = IsListenAddress,
       .LauncherTmp = place.Installed ? LauncherTmp() : std::string()};
   const Machine machine = {
       .FindProgram = FindProgram,
