@@ -247,7 +247,7 @@ TEST(Record, OneEntryForEachConnection) {
        true},
       {"", "$VERSION$:2|$EOF$", admitted + "PEER_VERSION=2 RESULT=given up by the sender ", false},
       {"", "$EXT$:.unk", admitted + "EXTENSION=.unk RESULT=wrong extension ", true},
-      {"", "$FILE$:a.unk|$DATA$", admitted + "FILE=a.unk EXTENSION=.unk RESULT=wrong command ",
+      {"", "$FILE$:a.unk|$DATA$", admitted + "FILE=a.unk EXTENSION=.unk RESULT=wrong extension ",
        true},
       {"", "POST / HTTP/1.1", admitted + "RESULT=request of a web page ", true},
       {"10.0.0.7=*yes", "$FILE$:a.txt|$DATA$|xyz|$EOF$",

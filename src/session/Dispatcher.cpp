@@ -58,6 +58,13 @@ void GiveUp(Form1& form, std::string_view /*value*/) {
 
 void Data(Form1& form, std::string_view /*value*/) { AcceptData(form); }
 
+// Decides on Ext and finds its viewer.
+void LookUpViewer(Form1& form) {
+  TransferSession& session = form.Session;
+  session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
+  session.ExtRefusal = session.ExtAllowed ? "" : form.FControl.Text(Field::resu);
+}
+
 void File(Form1& form, std::string_view value) {
   TransferSession& session = form.Session;
   session.FileName = ReduceName(value);
@@ -65,7 +72,7 @@ void File(Form1& form, std::string_view value) {
     session.Ext = DeriveExt(session.FileName);
     form.FControl.Write(Field::fext, std::string(AutomaticExt) + session.Ext);
     // A refusal shows at $DATA$, through the empty ViewerCmd.
-    session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
+    LookUpViewer(form);
   }
   form.FControl.Write(Field::kdo, session.ViewerCmd);
   form.Winsock1.SendData(Reply::Ok);
@@ -75,12 +82,12 @@ void Ext(Form1& form, std::string_view value) {
   TransferSession& session = form.Session;
   session.Ext = value;
   form.FControl.Write(Field::fext, session.Ext);
-  session.ExtAllowed = ResolveExtension(form, session.Ext, session.ViewerCmd);
+  LookUpViewer(form);
   if (!session.ExtAllowed) {
     form.Winsock1.SendData(Reply::Ext);
     form.Winsock1.Close();
     Listen(form);
-    RecordConnection(form, form.FControl.Text(Field::resu), Ending::Bad);
+    RecordConnection(form, session.ExtRefusal, Ending::Bad);
     return;
   }
   form.FControl.Write(Field::kdo, session.ViewerCmd);

@@ -214,7 +214,9 @@ void AcceptData(Form1& form) {
     form.FControl.Write(Field::aktion, Aktion::Listening);
     form.Winsock1.Close();
     Listen(form);
-    RecordConnection(form, Resu::WrongCommand, Ending::Bad);
+    const bool refused = !session.ExtRefusal.empty();
+    RecordConnection(form, refused ? std::string_view(session.ExtRefusal) : Resu::WrongCommand,
+                     Ending::Bad);
     return;
   }
   if (session.FileName.empty()) session.FileName = GeneratedName(form);

@@ -50,6 +50,7 @@ struct TransferSession : SessionSettings {
   bool Unrecorded = false;  // a connection has begun whose entry is still to be written
   std::string PeerAddress;  // as CheckHost saw it
   std::string DecidedBy;    // what admitted or refused the peer
+  std::string ExtRefusal;   // why Ext may not be opened, empty if it may
   std::string CommandLine;  // of the viewer that was started, or was to be
   std::optional<int> Task;  // its number; nullopt if none was started
   std::string LastError;    // number and text of the last line "Error: " of the log
