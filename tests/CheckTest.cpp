@@ -481,6 +481,36 @@ TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {
                 "\nextension verdict: opened\n");
 }
 
+// The session in the README has the checker's own words on the settings as shipped and its
+// additions.
+TEST(QuorbinCheck, ReadmeSession) {
+  std::string settings = Contents(SHIPPED_SETTINGS);
+  const auto insertAfter = [&settings](const std::string& line, const std::string& more) {
+    const std::size_t place = settings.find(line);
+    ASSERT_NE(place, std::string::npos) << line;
+    settings.insert(place + line.size(), more);
+  };
+  insertAfter("\n127.0.0.1=*allow\n", "10.0.0.0/24=*allow\n10.0.0.9=*Deny\n");
+  insertAfter("\nexe=*deny\n", "log=les \"%1\"\n");
+  const std::size_t port = settings.find("\nPort=9438\n");
+  ASSERT_NE(port, std::string::npos);
+  settings.replace(port, 11, "\nPort=0\n");  // of the registry, one that is free
+  const PlainService service(settings);
+  const std::string readme = Contents(README);
+  for (const char* const arguments : {"--quiet", "--host 10.0.0.9"}) {
+    std::istringstream output(Check(service, arguments).Output);
+    int lines = 0;
+    for (std::string line; std::getline(output, line); ++lines) {
+      const std::string path = service.Path("quorbin.ini");
+      if (const std::size_t at = line.find(path); at != std::string::npos) {
+        line.replace(at, path.size(), "/etc/quorbin/quorbin.ini");
+      }
+      EXPECT_NE(readme.find("\n" + line + "\n"), std::string::npos) << line;
+    }
+    EXPECT_GE(lines, 3);
+  }
+}
+
 // Everything that is printed about every damaged file, as JSON, in one list.
 TEST(QuorbinCheck, JsonParses) {
   const PlainService service;

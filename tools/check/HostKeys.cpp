@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 
 #include <array>
-#include <cstring>
 #include <optional>
 
 #include "Text.hpp"

@@ -212,8 +212,8 @@ int Run(int argc, char** argv) {
   app.add_option("--settings", options.SettingsPath,
                  "The settings file, in the place of the service's own");
   app.footer(
-      R"(Exit status: 0 no warnings, admitted or opened; 1 warnings or refused; 2 the settings can't be
-read, or wrong usage.)");
+      R"(Exit status: 0 no warnings, admitted or opened; 1 warnings or refused; 2 the settings
+can't be read, or wrong usage.)");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
