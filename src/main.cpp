@@ -50,7 +50,7 @@ std::unique_ptr<Front> OpenFront(EventLoop& loop, StandardOutput& output) {
 void Unload(Form1& form) {
   std::int16_t Cancel = 0;
   QueryUnload(form, Cancel);
-  form.Link.SetLinkMode(0);  // whoever asked for the end still gets its answer
+  form.Link.SetLinkMode(0);  // a client that asked for the end still gets its answer
 }
 
 }  // namespace

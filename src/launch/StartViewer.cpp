@@ -51,7 +51,7 @@ std::string AssembleLine(const ViewerLine& parts) {
 }
 
 std::string Unescape(std::string_view KdoExt) {
-  // A backslash goes exactly if nothing but backslashes stand between it and a double quote.
+  // A backslash is removed exactly if only backslashes separate it from a double quote.
   std::string text;
   for (const char c : KdoExt) {
     if (c == '"') text.resize(text.find_last_not_of('\\') + 1);

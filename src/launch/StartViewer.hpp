@@ -11,7 +11,7 @@ struct ViewerLine {
   std::string ViewerCmd;  // open command; "%1" in it is the place of the file
   std::string Ext;        // ".EXE" and ".exe" alone: the received file is the program
   std::string KdoPrf;     // sender's text before the file name
-  std::string KdoExt;     // sender's text behind it, escapes already resolved
+  std::string KdoExt;     // sender's text after it, escapes already resolved
   std::string OutputPath;
   std::string SystemRootDir;  // replaces %SystemRoot% at the start of the line
 };

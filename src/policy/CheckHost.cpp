@@ -12,7 +12,7 @@ namespace quorbin {
 namespace {
 
 bool InLinkTable(const Form1& form, std::string_view address) {
-  // A peer without an address is like no entry, not like the free slots.
+  // A peer without an address matches no entry, and no free slot either.
   if (form.LinkHostCount < 0 || Trim(address).empty()) return false;
   return std::ranges::any_of(
       form.LinkHosts, [address](const std::string& slot) { return Trim(slot) == Trim(address); });
@@ -48,7 +48,7 @@ HostDecision CheckHost(Form1& form, const std::string& PeerAddress) {
   const std::string address(Trim(PeerAddress));
   std::string value = entry(address);
   if (value != hostDefault) return decision(address, value);
-  // An entry that says the same as the default settles nothing: the name decides.
+  // An entry that equals the default decides nothing: the name does.
   const std::string name = PeerName(form, PeerAddress);
   value = entry(name);
   return decision(value != hostDefault ? name : std::string(Key::Default), value);

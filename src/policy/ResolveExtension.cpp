@@ -9,7 +9,7 @@ namespace quorbin {
 
 namespace {
 
-// Opens a received program where the registry knows no class for it. In capitals alone.
+// Opens a received program where the registry knows no class for it. Upper case only.
 constexpr std::string_view ProgramExt = ".EXE";
 constexpr std::string_view ProgramCommand = "\"%1\" %*";
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// The events of Winsock1: one connection from its request to its end, but for Close, which is
+// The events of Winsock1: one connection from its request to its end, except Close, which is
 // PeerClosed.
 
 #include <cstdint>
@@ -11,8 +11,8 @@
 
 namespace quorbin {
 
-// Accepts the peer, whatever CheckHost says of it, and clears the session in place. A refused peer
-// is turned away by its first chunk.
+// Accepts the peer, whatever CheckHost decides, and starts a new session. A refused peer is turned
+// away at its first chunk.
 void ConnectionRequest(Form1& form, int requestID);
 
 // Takes the chunk and hands it to the control or the data phase.

@@ -8,7 +8,7 @@
 
 namespace quorbin {
 
-// How a connection ended, where no status word says it.
+// How a connection ended, if no word of the field resu describes it.
 namespace Outcome {
 inline constexpr std::string_view PeerClosed = "closed by the peer";
 inline constexpr std::string_view BrokenOff = "transfer broken off";
@@ -21,7 +21,7 @@ inline constexpr std::string_view ViewerNotStarted = "viewer could not be starte
 enum class Ending { Good, Bad };
 
 // Writes the one entry of the connection that has just ended, after the program listens again, so
-// that nobody waits for it. Without a connection since the last entry there is nothing to write.
+// that nobody waits for it. Writes nothing if no connection has begun since the last entry.
 void RecordConnection(Form1& form, std::string_view outcome, Ending ending);
 
 }  // namespace quorbin

@@ -18,24 +18,23 @@ namespace quorbin {
 
 namespace {
 
-// The chunk without a closing NAK and without the blanks at its end, which belong to the value of
-// $KDOPRF$: alone.
+// The chunk without a closing NAK and without the blanks at its end, which only $KDOPRF$: keeps.
 std::string_view Normalise(std::string_view chunk) {
   if (chunk.ends_with(Nak)) chunk.remove_suffix(1);
   return chunk.starts_with(Token::KdoPrf) ? chunk : RTrim(chunk);
 }
 
-// True for a request as a browser sends it for any web page, to any port and unasked. The page
-// chooses all of it but its beginning, so its body could be the messages of a sender.
+// True for an HTTP request, which any web page can make a browser send to any port. The page
+// controls all of it except its beginning, so its body could be the messages of a sender.
 bool IsWebRequest(std::string_view chunk) {
   return std::ranges::any_of(HttpMethods, [chunk](std::string_view method) {
     return chunk.starts_with(method) && chunk.substr(method.size()).starts_with(' ');
   });
 }
 
-// Bytes of the partner's text beyond which no further version is shown: a sender that tells its
-// version without end shall fill neither the memory nor, as the text is shown anew each time, the
-// disk that the output goes to.
+// Bytes of partner beyond which no further version is appended: a sender that repeats its version
+// endlessly must fill neither the memory nor, as the text is shown again each time, the disk that
+// the output goes to.
 constexpr std::size_t PartnerLimit = 4096;
 
 void Version(Form1& form, std::string_view value) {
@@ -71,7 +70,7 @@ void File(Form1& form, std::string_view value) {
   if (session.Ext.empty()) {
     session.Ext = DeriveExt(session.FileName);
     form.FControl.Write(Field::fext, std::string(AutomaticExt) + session.Ext);
-    // A refusal shows at $DATA$, through the empty ViewerCmd.
+    // A refusal takes effect at $DATA$, through the empty ViewerCmd.
     LookUpViewer(form);
   }
   form.FControl.Write(Field::kdo, session.ViewerCmd);
@@ -139,7 +138,7 @@ struct Branch {
 constexpr std::array<Branch, 10> Branches = {{
     {Token::Version, Version},
     {Token::Eof, GiveUp},
-    {Token::DataHdr, Data},  // counts as $DATA$, and so does a surplus behind either
+    {Token::DataHdr, Data},  // counts as $DATA$; what follows either is ignored
     {Token::Data, Data},
     {Token::File, File},
     {Token::Ext, Ext},

@@ -4,7 +4,8 @@
 
 namespace quorbin {
 
-// Carries out the control message in RecvBuf, which is left without what does not belong to it.
+// Executes the control message in RecvBuf, and leaves there the message without a closing NAK and
+// blanks.
 void Dispatch(Form1& form);
 
 }  // namespace quorbin

@@ -34,15 +34,15 @@ std::error_code OpenOutputFile(Form1& form) {
   return binary ? form.Files.OpenForBinary(path) : form.Files.OpenForOutput(path);
 }
 
-// Moves the transfer to a generated name. What stands in the old file stays there.
+// Moves the transfer to a generated name. What is in the old file stays there.
 std::error_code OpenGenerated(Form1& form) {
   form.Session.FileName = GeneratedName(form);
   form.FControl.Write(Field::dateiname, OutputPath(form.Session));
   return OpenOutputFile(form);
 }
 
-// False for a name that still names a directory, that no path can hold, or that would not remain
-// one argument between the quotation marks of an open command.
+// False for a name that still includes a directory, that no path can contain, or that would not
+// remain one argument in the quotation marks of an open command.
 bool IsUsable(std::string_view name) {
   constexpr std::string_view never("/\0\"", 3);
   return name.find_first_of(never) == name.npos && !name.ends_with('\\');
@@ -84,7 +84,8 @@ void LogBlock(Form1& form, std::int64_t bytes) {
                            std::string(LogLine::Bytes));
 }
 
-// Tells a sender that announced its version how the buffer stands.
+// Acknowledges a complete buffer, or reports its overrun, to a sender that has announced its
+// version.
 void AnswerBlock(Form1& form) {
   const TransferSession& session = form.Session;
   if (session.PeerVersion.empty() || session.BufLenLeft > 0) return;
@@ -235,6 +236,8 @@ void AcceptData(Form1& form) {
 void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
   TransferSession& session = form.Session;
   if (session.RecvBuf.starts_with(Token::Eof)) {
+    // A chunk of its own with the end marker ends binary content as plainly as text: bytes that an
+    // announced buffer still lacks are reported only if the marker ends a chunk of content.
     EndOfDataPlain(form);
     return;
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The end of a connection that its peer or an error makes, wherever it is noticed.
+// The end of a connection by its peer or by an error, wherever it is noticed.
 
 #include <string>
 

@@ -12,8 +12,8 @@ constexpr std::string_view HostRoot = "/BS2/";
 constexpr std::string_view Posix = "*POSIX";
 constexpr std::size_t ExtLength = 4;  // characters, dot included
 
-// What stands behind the last of the separators, or all of it if there is none.
-std::string_view Behind(std::string_view name, std::string_view separators) {
+// What follows the last of the separators; all of the name if there is none.
+std::string_view After(std::string_view name, std::string_view separators) {
   return name.substr(name.find_last_of(separators) + 1);
 }
 
@@ -22,10 +22,10 @@ std::string_view Behind(std::string_view name, std::string_view separators) {
 std::string ReduceName(std::string_view value) {
   std::string_view name = value;
   if (name.starts_with(HostRoot)) name.remove_prefix(HostRoot.size());
-  if (name.starts_with('/')) name = Behind(name, "/");
+  if (name.starts_with('/')) name = After(name, "/");
   if (name.starts_with(Posix)) {
     if (name.ends_with(')')) name.remove_suffix(1);
-    name = Behind(name, "/(");
+    name = After(name, "/(");
   }
   return std::string(RTrim(name));
 }

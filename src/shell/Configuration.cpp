@@ -38,9 +38,9 @@ double NumberFromText(std::string_view text) {
 
   const bool negative = rest.starts_with('-');
   if (negative || rest.starts_with('+')) rest.remove_prefix(1);
-  // What from_chars would take beside digits: a second sign and the names of the infinite values.
+  // What from_chars accepts besides digits: a second sign and the names of the infinite values.
   if (rest.find_first_of("0123456789.") != 0) return 0;
-  double number = 0;  // kept where there is no number, or one beyond the range of a double
+  double number = 0;  // stays if there is no number, or one beyond the range of a double
   std::from_chars(rest.data(), rest.data() + rest.size(), number);
   return negative ? -number : number;
 }

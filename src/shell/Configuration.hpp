@@ -34,8 +34,8 @@ inline constexpr std::size_t ShortValue = 20;
 inline constexpr std::size_t LongValue = 200;
 
 // The number at the start of the text: sign, digits, fraction and exponent, or &h and &o with
-// hexadecimal or octal digits; blanks, tabs and line feeds don't count wherever they stand. 0 if
-// there is none, or one too large for a double.
+// hexadecimal or octal digits; blanks, tabs and line feeds are ignored everywhere. 0 if there is
+// none, or one too large for a double.
 double NumberFromText(std::string_view text);
 
 // That number rounded to the nearest whole one, a tie to the even neighbour; 0 if it does not fit
@@ -46,7 +46,7 @@ Int WholeNumberFromText(std::string_view text);
 std::string SettingsPath(const Form1& form);
 
 // One read of the settings file through ProfileBuf. The value is cut at capacity - 1 bytes;
-// defaultText stands for a missing file, section or key.
+// defaultText is the answer if file, section or key is missing.
 std::string ReadSetting(Form1& form, std::string_view section, std::string_view key,
                         std::string_view defaultText, std::size_t capacity);
 
@@ -57,7 +57,7 @@ Int ReadNumber(Form1& form, std::string_view section, std::string_view key) {
 }
 
 // The keyword of the key Default in a section: builtIn unless the file holds another one of the
-// section's keywords, blanks round it not counted.
+// section's keywords, surrounding blanks ignored.
 std::string ReadDefault(Form1& form, std::string_view section, std::string_view builtIn,
                         std::size_t capacity);
 
@@ -67,8 +67,8 @@ void SetDirectories(Form1& form);    // TempDir and SystemRootDir
 void SetListeningPort(Form1& form);  // from the settings, the registry or the built-in port
 void SetNamePrefix(Form1& form);
 
-// Two more, Listen and Parameters, which limit what peers can do. A value that is none of theirs
-// must not be taken for the default: it is given back as "KEY=VALUE"; empty if all is well.
+// Listen and Parameters, which limit what peers can do. Returns an invalid value as "KEY=VALUE",
+// since it must not be taken for the default; empty if both are valid.
 std::string SetLimits(Form1& form);
 
 }  // namespace quorbin

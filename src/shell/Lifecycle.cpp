@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "Configuration.hpp"
+#include "Protocol.hpp"
 #include "Words.hpp"
 #include "modulkorb.hpp"
 
@@ -10,8 +11,8 @@ namespace quorbin {
 
 namespace {
 
-// Under the program's name in its window. Who passes the program on may put maker, address,
-// telephone and mail here.
+// Shown below the program's name in its window. Whoever distributes the program may put maker,
+// address, telephone and mail here.
 constexpr const char* MakersNotice =
     "The Quorbin developers\r\n"
     "Free software, MIT licence\r\n"
@@ -73,7 +74,7 @@ void Load(Form1& form) {
   }
   ListenOrEnd(form, title);
   SetNamePrefix(form);
-  form.Files.KillPrefix(TempFilePrefix(form.Session));  // what an earlier run left behind
+  form.Files.KillPrefix(TempFilePrefix(form.Session));  // left by an earlier run
   form.FControl.Write(Field::aktion, Aktion::Listening);
 }
 

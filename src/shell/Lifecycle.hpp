@@ -1,6 +1,6 @@
 #pragma once
 
-// The two ends of the program's life, and the listener that stands between them.
+// Start-up and shutdown, and the listening in between.
 
 #include <cstdint>
 #include <string>
@@ -11,16 +11,16 @@ namespace quorbin {
 
 inline constexpr int ExitFailure = 1;
 
-// Start-up, raised once before anything else. Ends the process with ExitFailure if another
-// instance runs, a setting has a value that it can't have, or the port can't be opened; a message
-// says which.
+// Start-up, raised once before anything else. Ends the process with ExitFailure if another instance
+// runs, a setting has an invalid value, or the port can't be opened; a message says which.
 void Load(Form1& form);
 
 // The main window is about to close. Cancel comes back as 0: the close is never refused.
 void QueryUnload(Form1& form, std::int16_t& Cancel);
 
 // Opens the port again at the end of each connection. If that fails, reports the port and the
-// reason and ends the process: a supervisor restarts it, which is better than a deaf one.
+// reason and ends the process: a supervisor restarts it, which is better than a service that can't
+// be reached.
 void Listen(Form1& form);
 
 }  // namespace quorbin

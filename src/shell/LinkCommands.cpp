@@ -37,8 +37,8 @@ void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   if (KeywordIs(CmdStr, Stop)) {
     Cancel = Accepted;
     form.stopsrv = Stopsrv::Stopped;
-    // No time is waited here: the carrier sees to it that the answer reaches the client before the
-    // channel goes.
+    // No wait is needed here: the carrier delivers the answer to the client before it closes the
+    // channel.
     form.Link.SetLinkMode(0);
     form.Window.Close();
     return;

@@ -14,7 +14,7 @@ namespace quorbin {
 // keeps its value, refused, for a "dis" before the first "con".
 void LinkExecute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel);
 
-// The value of an item; nothing unless it is "stopsrv".
+// The value of an item; nullopt unless it is "stopsrv".
 std::optional<std::string> LinkRequest(const Form1& form, const std::string& item);
 
 // A notification of an item. True if it had an effect: the main window closes.

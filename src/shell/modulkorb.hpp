@@ -6,7 +6,7 @@
 
 namespace quorbin {
 
-// Puts the program's icon into the desktop's tray. A failure goes unnoticed.
+// Puts the program's icon into the desktop's tray. A failure is not reported.
 void AddTrayIcon(Form1& form);
 
 // A press of the right mouse button on the icon: hides the main window, or puts it back at its

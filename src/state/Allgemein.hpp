@@ -10,7 +10,7 @@ namespace quorbin {
 // The separator of paths. A leading backslash in the setting Prefix counts as one.
 inline constexpr char PathSeparator = '/';
 
-// Decimal digits behind one blank, or behind a minus sign if the number is negative.
+// Decimal digits after one blank, or after a minus sign if the number is negative.
 inline std::string NumberText(std::int64_t number) {
   std::string digits = std::to_string(number);
   if (number >= 0) digits.insert(0, 1, ' ');

@@ -26,7 +26,8 @@ namespace quorbin {
 inline constexpr std::int16_t DenyByDefault = 1;
 inline constexpr std::int16_t HostModeLink = 3;  // the link channel's table decides on peers
 
-// What the platform offers. The objects belong to main and outlive Form1.
+// What the platform offers; main owns the objects, which outlive Form1. Socket1 is no socket: it
+// resolves the address of a peer to its name.
 struct Platform {
   Winsock& Winsock1;
   AddressResolver& Socket1;
@@ -57,7 +58,8 @@ struct Form1 : Platform {
   bool ParametersAllowed = true;  // peers may choose parameters of the viewer
   std::string ProfileBuf;         // read buffer of every settings read
 
-  // Host table of the link channel. The guard is -1 until the table was first used, then 0.
+  // Host table of the link channel. LinkHostCount does not count: it is -1 until the first "con"
+  // and 0 from then on, and while it is -1 the table admits nobody.
   std::int32_t LinkHostCount = 0;
   std::array<std::string, 33> LinkHosts;  // an empty text is a free slot
 

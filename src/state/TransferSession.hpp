@@ -9,11 +9,11 @@
 
 namespace quorbin {
 
-// What LogLevel chooses between.
+// Values of LogLevel.
 inline constexpr std::int16_t LogNormal = 1;       // failures and results only
 inline constexpr std::int16_t LogAllMessages = 2;  // every message as well
 
-// What holds for all connections, set at start-up and by the tick of the log.
+// The same for all connections: set at start-up, and LogLevel also by the box CheckLog.
 struct SessionSettings {
   std::int16_t LogLevel = 0;
   std::string TempDir;         // directory of received files, no closing separator added
@@ -22,8 +22,8 @@ struct SessionSettings {
   std::string ProgramVersion;  // sent to senders
 };
 
-// All there is about the connection in progress. The fields of a finished one stay readable until
-// the next is accepted. All lengths are in bytes.
+// Everything about the connection in progress. The fields of a finished one stay readable until the
+// next is accepted. All lengths are in bytes.
 struct TransferSession : SessionSettings {
   TransferSession() = default;
   // The session of a new connection: the settings stay, every other field has its initial value.
@@ -47,7 +47,7 @@ struct TransferSession : SessionSettings {
   std::int64_t TotalBytes = 0;  // received for the output file, buffer headers not counted
 
   // For the journal alone, which gets one entry when the connection ends.
-  bool Unrecorded = false;  // a connection has begun whose entry is still to be written
+  bool Unrecorded = false;  // the entry of this connection is still to be written
   std::string PeerAddress;  // as CheckHost saw it
   std::string DecidedBy;    // what admitted or refused the peer
   std::string ExtRefusal;   // why Ext may not be opened, empty if it may

@@ -35,9 +35,9 @@ inline constexpr std::string_view Text = "text";
 }  // namespace Ftp
 
 inline constexpr std::string_view AutomaticExt = "(automatic) ";  // in fext, the extension follows
-inline constexpr std::string_view PartnerVersion = " (Version ";  // in partner, behind its name
+inline constexpr std::string_view PartnerVersion = " (Version ";  // in partner, after its name
 
-// Lines of Satz; a number text stands where a line is open.
+// Lines of Satz, or the parts of a line around its numbers.
 namespace LogLine {
 inline constexpr std::string_view ReceivedBytes = "Received Bytes: ";
 inline constexpr std::string_view Block = "Block ";

@@ -28,7 +28,7 @@ inline std::string LCase(std::string_view text) {
   return lower;
 }
 
-// Equal, the case of the letters A to Z not counted.
+// Equal, ignoring the case of the letters A to Z.
 constexpr bool EqualsNoCase(std::string_view one, std::string_view other) {
   return std::ranges::equal(one, other, {}, LowerLetter, LowerLetter);
 }
