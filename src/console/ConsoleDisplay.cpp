@@ -9,7 +9,7 @@ namespace quorbin {
 namespace {
 
 // Bytes of a text that are shown. A peer may send a megabyte as one parameter, again and again, and
-// a line of it would fill the disk that the output goes to.
+// showing all of it would fill the disk that the output goes to.
 constexpr std::size_t ShownBytes = 4096;
 
 std::string Line(Field field, std::string_view text) {

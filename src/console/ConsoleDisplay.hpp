@@ -32,8 +32,8 @@ class ConsoleDisplay : public StatusDisplay {
   std::function<void(std::string_view)> print_;
   FieldTexts texts_;
   std::array<std::string, FieldNames.size()> shown_;  // Satz is never in it
-  std::vector<Field> written_;                        // in this event, by the last writes
-  std::vector<std::string> appended_;                 // to Satz in this event
+  std::vector<Field> written_;         // in this event, in the order of the last writes
+  std::vector<std::string> appended_;  // to Satz in this event
 };
 
 }  // namespace quorbin

@@ -29,8 +29,8 @@ std::string Taken(char* text) {
   return text == nullptr ? std::string() : std::string(text);
 }
 
-// The library ends the program when it finds no descriptor for its thread, so it is only asked
-// while there are as many to spare as it takes.
+// The library aborts the program if it gets no descriptor for its thread, so it is called only
+// while as many as it takes are free.
 bool HasDescriptors() {
   std::array<Fd, 8> spare;
   for (Fd& descriptor : spare) descriptor.Reset(eventfd(0, EFD_CLOEXEC));
@@ -79,8 +79,8 @@ std::string ClassOfExtension(const std::string& Ext) {
     return {};
   }
   std::string type = TypeOf(Ext);
-  // Any name matches the pattern of its last part, so .txt.exe would get the class of .exe and pass
-  // by a setting that denies exe.
+  // Any name matches the pattern of its last extension, so .txt.exe would get the class of .exe and
+  // bypass a setting that denies exe.
   for (std::size_t dot = Ext.find('.', 1); dot != std::string::npos; dot = Ext.find('.', dot + 1)) {
     if (TypeOf(Ext.substr(dot)) == type) return {};
   }

@@ -18,7 +18,7 @@ constexpr std::string_view WideHeader = "Windows Registry Editor Version 5.00";
 
 std::string_view StripLine(std::string_view text) { return Trim(text, " \t\r"); }
 
-// Takes the first line off the text, without its end and the blanks round it.
+// Takes the first line off the text, without its line end and the surrounding blanks.
 std::string_view TakeLine(std::string_view& text) {
   const std::size_t end = text.find('\n');
   const std::string_view line = text.substr(0, end);
@@ -70,8 +70,8 @@ std::optional<std::uint32_t> HexNumber(std::string_view digits) {
   return number;
 }
 
-// The bytes of a list with commas. A backslash at its end goes on with the next line of rest, which
-// is left there if it is not of the list.
+// The bytes of a list with commas. A backslash at its end continues it on the next line of rest,
+// which stays there if it does not belong to the list.
 std::optional<std::string> HexBytes(std::string_view list, std::string_view& rest) {
   std::string bytes;
   while (true) {
@@ -85,10 +85,10 @@ std::optional<std::string> HexBytes(std::string_view list, std::string_view& res
       list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
     }
     if (!goesOn) return bytes;
-    std::string_view behind = rest;
-    list = TakeLine(behind);
+    std::string_view remaining = rest;
+    list = TakeLine(remaining);
     if (list.empty() || !g_ascii_isxdigit(list.front())) return std::nullopt;
-    rest = behind;
+    rest = remaining;
   }
 }
 
@@ -134,7 +134,7 @@ std::optional<RegValue> HexValue(std::string_view data, std::string_view& rest, 
   return RegValue{type, std::move(*bytes)};
 }
 
-// The value behind the equals sign; rest are the lines below, some of which a long one takes.
+// The value after the equals sign. rest holds the lines below, some of which a long value takes.
 std::optional<RegValue> ParseData(std::string_view data, std::string_view& rest, bool wide) {
   if (std::optional<std::string> text = TakeQuoted(data)) {
     if (!data.empty() && !data.starts_with(';')) return std::nullopt;
@@ -164,7 +164,7 @@ std::optional<RegValue> FindValue(std::string_view fileBytes, std::string_view k
     rest.remove_prefix(3);
   }
 
-  bool wide = false;   // texts as hex bytes have two of them to the character
+  bool wide = false;   // texts written as hex bytes have two bytes per character
   bool inKey = false;  // the lines belong to the key asked for
   std::optional<RegValue> found;
   while (!rest.empty()) {

@@ -14,7 +14,7 @@ namespace quorbin {
 
 namespace {
 
-// Bytes; more than a full export of a whole computer has.
+// Bytes; more than the full export of a computer has.
 constexpr off_t LongestClassesFile = off_t{64} << 20U;
 
 constexpr std::string_view CommandKey = "\\shell\\open\\command";

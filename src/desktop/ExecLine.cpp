@@ -12,11 +12,12 @@ namespace {
 
 constexpr std::string_view FileCodes = "fFuU";
 
-// One argument: the text before the file's place, and behind it if the argument holds that place.
+// One argument: the text before the place of the file, and the text after it if the argument has
+// that place.
 struct Argument {
   std::string Before;
   bool HasFile = false;
-  std::string Behind;
+  std::string After;
 };
 
 std::vector<std::string> SplitExec(const std::string& exec) {
@@ -28,12 +29,12 @@ std::vector<std::string> SplitExec(const std::string& exec) {
   return split;
 }
 
-// Resolves the field codes of a word; deprecated and unknown ones go. fileSeen drops the file codes
-// behind the first one of the line.
+// Resolves the field codes of a word; deprecated and unknown ones are dropped, and so is a file
+// code if fileSeen, since only the first one of the line counts.
 Argument Resolve(std::string_view word, const ExecFields& fields, bool& fileSeen) {
   Argument argument;
   for (std::size_t i = 0; i < word.size(); ++i) {
-    std::string& text = argument.HasFile ? argument.Behind : argument.Before;
+    std::string& text = argument.HasFile ? argument.After : argument.Before;
     if (word[i] != '%') {
       text += word[i];
       continue;
@@ -59,7 +60,7 @@ std::vector<Argument> Arguments(const std::string& exec, const ExecFields& field
       continue;
     }
     Argument argument = Resolve(word, fields, fileSeen);
-    // Behind the mark @@u a sandboxed application expects a URI; a path goes behind @@.
+    // A sandboxed application expects a URI after the mark @@u, and a path after @@.
     if (argument.HasFile && !arguments.empty() && arguments.back().Before == "@@u") {
       arguments.back().Before = "@@";
     }
@@ -71,7 +72,7 @@ std::vector<Argument> Arguments(const std::string& exec, const ExecFields& field
 }
 
 // The text in a form that reads back inside double quotes and outside of them. A pair of quotes
-// parts "%1", which would be taken for the placeholder: it says nothing in either place.
+// splits "%1", which would be taken for the placeholder; it adds no text in either place.
 std::string Escaped(std::string_view text) {
   std::string escaped;
   for (const char c : text) {
@@ -82,8 +83,8 @@ std::string Escaped(std::string_view text) {
   return escaped;
 }
 
-// Behind an opening quote: the text and the closing quote. Backslashes at the end of the text would
-// escape that quote and come behind it.
+// What follows an opening quote: the text and the closing quote. Backslashes at the end of the text
+// would escape that quote, so they come after it.
 std::string Closed(std::string_view text) {
   const std::size_t end = text.find_last_not_of('\\') + 1;
   return Escaped(text.substr(0, end)) + '"' + std::string(text.substr(end));
@@ -98,8 +99,8 @@ std::string Quoted(std::string_view text) {
 
 std::string Written(const Argument& argument) {
   if (!argument.HasFile) return Quoted(argument.Before);
-  const std::string place = "%1" + Closed(argument.Behind);
-  // A backslash can't stand before the placeholder's quote, so that begins earlier.
+  const std::string place = "%1" + Closed(argument.After);
+  // A backslash can't precede the placeholder's quote, so the quote opens earlier.
   if (argument.Before.ends_with('\\')) return '"' + Escaped(argument.Before) + place;
   return (argument.Before.empty() ? std::string() : Quoted(argument.Before)) + '"' + place;
 }

@@ -4,7 +4,7 @@
 
 namespace quorbin {
 
-// What the field codes of an application's Exec line stand for.
+// What replaces the field codes of an application's Exec line.
 struct ExecFields {
   std::string Name;         // %c, as shown to the user
   std::string Icon;         // %i, empty if it has none
@@ -12,9 +12,9 @@ struct ExecFields {
 };
 
 // The open command that an Exec line makes, in the grammar of the program's command lines: blanks
-// and tabs part arguments, double quotes group, a backslash is itself except before a double quote.
-// The first file field code (%f %F %u %U) becomes the placeholder "%1" in double quotes, which
-// stands at the end if there was none; no other text of the command reads %1. Empty if the line
+// and tabs separate arguments, double quotes group, a backslash is itself except before a double
+// quote. The first file field code (%f %F %u %U) becomes the placeholder "%1" in double quotes,
+// which is appended if there was none; no other text of the command reads %1. Empty if the line
 // can't be parsed, names no program or would start the file itself.
 std::string OpenCommandOfExec(const std::string& exec, const ExecFields& fields);
 

@@ -8,10 +8,11 @@
 
 namespace quorbin {
 
-// The memory behind a display: the bytes of each field.
+// What a display shows: the bytes of each field.
 class FieldTexts {
  public:
-  // Satz never grows beyond the limit: then the oldest lines go, and this much is kept. In bytes.
+  // In bytes. If a line makes Satz longer than SatzLimit, the oldest lines are dropped, so that at
+  // most SatzKept is left.
   static constexpr std::size_t SatzLimit = std::size_t{16} << 20U;
   static constexpr std::size_t SatzKept = std::size_t{8} << 20U;
 
