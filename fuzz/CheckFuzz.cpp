@@ -24,7 +24,8 @@ void RequirePrintable(const std::string& text, std::string_view file) {
   fuzz::Require(std::ranges::none_of(text, steers), "no control bytes are printed", file);
 }
 
-check::Report Ask(const std::string& name, std::string_view file, const check::Question& question) {
+check::Findings Ask(const std::string& name, std::string_view file,
+                    const check::Question& question) {
   fakes::Journal journal;
   fakes::FakeProfile profile;
   profile.ini = file;
@@ -51,18 +52,18 @@ check::Report Ask(const std::string& name, std::string_view file, const check::Q
       .TryPort = [](const std::string&, std::int32_t) { return std::error_code(); },
       .RunningService = [] { return std::optional<std::string>(); },
   };
-  check::Report report = check::Check(sources, machine, question);
+  check::Findings findings = check::Check(sources, machine, question);
   for (const check::Scope scope : {check::Scope::Everything, check::Scope::WarningsOnly}) {
-    RequirePrintable(check::AsLines(report, scope), file);
-    const std::string json = check::AsJson(report, scope);
+    RequirePrintable(check::AsLines(findings, scope), file);
+    const std::string json = check::AsJson(findings, scope);
     RequirePrintable(json, file);
     fuzz::Require(nlohmann::json::accept(json), "JSON parses", file);
   }
   const auto lines = static_cast<std::size_t>(std::ranges::count(file, '\n')) + 1;
-  for (const check::Warning& warning : report.Warnings) {
+  for (const check::Warning& warning : findings.Warnings) {
     fuzz::Require(warning.Line <= lines, "a warning is on a line of the file", file);
   }
-  return report;
+  return findings;
 }
 
 }  // namespace
@@ -78,12 +79,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     fakes::World world{std::string(file)};
     world.resolver.name = name;
-    const check::Report host = Ask(name, file, {.Host = Peer, .Extension = {}});
+    const check::Findings host = Ask(name, file, {.Host = Peer, .Extension = {}});
     fuzz::Require((host.Result == check::Status::Fine) == CheckHost(world.form, Peer).Allowed,
                   "the peer's verdict is the service's", file);
 
     const check::Transfer transfer = {.Ext = ext, .ViewerCmd = {}};
-    const check::Report extension = Ask(name, file, {.Host = {}, .Extension = transfer});
+    const check::Findings extension = Ask(name, file, {.Host = {}, .Extension = transfer});
     std::string command;
     const bool opened = ResolveExtension(world.form, ext, command) && !command.empty();
     fuzz::Require((extension.Result == check::Status::Fine) == opened,

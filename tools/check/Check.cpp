@@ -4,24 +4,24 @@
 
 namespace quorbin::check {
 
-Report Check(const Sources& sources, const Machine& machine, const Question& question) {
+Findings Check(const Sources& sources, const Machine& machine, const Question& question) {
   RecordedService service(sources);
   service.Start();
-  Report report;
-  report.SettingsPath = sources.File.Path;
+  Findings findings;
+  findings.SettingsPath = sources.File.Path;
   const SectionsInEffect sections = ReadSections(service);
-  report.Warnings = FindWarnings(service, sources.File, sections, machine);
-  report.Result = report.Warnings.empty() ? Status::Fine : Status::Doubtful;
+  findings.Warnings = FindWarnings(service, sources.File, sections, machine);
+  findings.Result = findings.Warnings.empty() ? Status::Fine : Status::Doubtful;
   if (question.Host) {
-    ExplainHost(service, *question.Host, machine, report);
+    ExplainHost(service, *question.Host, machine, findings);
   } else if (question.Extension) {
-    ExplainExtension(service, *question.Extension, machine, report);
+    ExplainExtension(service, *question.Extension, machine, findings);
   } else {
-    report.Values = ListValues(service, sections);
+    findings.Values = ListValues(service, sections);
   }
   // A service that does not start admits nobody and opens nothing.
-  if (!service.AtStart.Message.empty()) report.Result = Status::Doubtful;
-  return report;
+  if (!service.AtStart.Message.empty()) findings.Result = Status::Doubtful;
+  return findings;
 }
 
 }  // namespace quorbin::check

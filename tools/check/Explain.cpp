@@ -25,18 +25,18 @@ constexpr const char* NotThere = "none";
 // Collects the steps of one explanation.
 class Steps {
  public:
-  Steps(std::string topic, Report& report) : topic_(std::move(topic)), report_(report) {}
+  Steps(std::string topic, Findings& findings) : topic_(std::move(topic)), findings_(findings) {}
   void Add(std::string name, std::string value, Origin of = {}) {
-    report_.Explanation.push_back({topic_, std::move(name), std::move(value), std::move(of)});
+    findings_.Explanation.push_back({topic_, std::move(name), std::move(value), std::move(of)});
   }
   void Verdict(bool favourable, std::string text) {
-    report_.Result = favourable ? Status::Fine : Status::Doubtful;
+    findings_.Result = favourable ? Status::Fine : Status::Doubtful;
     Add("verdict", std::move(text));
   }
 
  private:
   std::string topic_;
-  Report& report_;
+  Findings& findings_;
 };
 
 Origin From(Source source, std::string place = {}) {
@@ -50,7 +50,7 @@ void AddDefault(Steps& steps, RecordedService& service, const SettingRead& mode,
   steps.Add("default", found.Keyword, found.Of);
 }
 
-// An entry as it was read; nothing to say of a default in its place but that there is none.
+// An entry as it was read, or that there is none if the default text was the answer.
 void AddEntry(Steps& steps, const RecordedService& service, const std::string& name,
               const SettingRead& read) {
   if (read.Line == 0) {
@@ -60,7 +60,7 @@ void AddEntry(Steps& steps, const RecordedService& service, const std::string& n
   }
 }
 
-// The table is the running service's alone, and its channel does not give it out.
+// Only the running service has the table, and its channel does not reveal it.
 void ExplainLinkMode(const RecordedService& service, const Machine& machine, Steps& steps) {
   const bool byControl = service.Form.ControlMode == 1;
   const SettingRead* const decides = byControl ? service.Find(Section::Global, Key::Control)
@@ -84,8 +84,8 @@ void ExplainLinkMode(const RecordedService& service, const Machine& machine, Ste
   steps.Verdict(false, "undecided: the table of the running service decides");
 }
 
-// Everything but link mode: CheckHost reads Default, the entry of the address and, where that
-// settles nothing, the entry of the name.
+// Everything but link mode: CheckHost reads Default, the entry of the address and, if that does not
+// decide, the entry of the name.
 void ExplainEntries(RecordedService& service, const Trace& asked, const HostDecision& decision,
                     Steps& steps) {
   AddDefault(steps, service, *service.Find(Section::Hosts, Key::HostAllow), asked);
@@ -141,8 +141,8 @@ void ExplainViewer(RecordedService& service, const Transfer& transfer, const Mac
 }  // namespace
 
 void ExplainHost(RecordedService& service, const std::string& address, const Machine& machine,
-                 Report& report) {
-  Steps steps(HostTopic, report);
+                 Findings& findings) {
+  Steps steps(HostTopic, findings);
   steps.Add("address", address, From(Source::Argument));
   service.UseNameService();
   HostDecision decision;
@@ -155,8 +155,8 @@ void ExplainHost(RecordedService& service, const std::string& address, const Mac
 }
 
 void ExplainExtension(RecordedService& service, const Transfer& transfer, const Machine& machine,
-                      Report& report) {
-  Steps steps(ExtensionTopic, report);
+                      Findings& findings) {
+  Steps steps(ExtensionTopic, findings);
   steps.Add("asked", transfer.Ext, From(Source::Argument));
   bool allowed = false;
   Transfer opened = transfer;

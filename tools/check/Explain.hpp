@@ -4,18 +4,18 @@
 
 #include <string>
 
+#include "Findings.hpp"
 #include "RecordedService.hpp"
-#include "Report.hpp"
 #include "Viewer.hpp"
 #include "Warnings.hpp"
 
 namespace quorbin::check {
 
-// Both take a service that has started, put the steps into report.Explanation and set its result:
+// Both take a service that has started, put the steps into findings.Explanation and set its result:
 // Fine only if the peer is admitted, or the file opened.
 void ExplainHost(RecordedService& service, const std::string& address, const Machine& machine,
-                 Report& report);
+                 Findings& findings);
 void ExplainExtension(RecordedService& service, const Transfer& transfer, const Machine& machine,
-                      Report& report);
+                      Findings& findings);
 
 }  // namespace quorbin::check

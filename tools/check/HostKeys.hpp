@@ -5,7 +5,7 @@
 
 namespace quorbin::check {
 
-// True if the key of section Hosts is a single address in whatever numeric form.
+// True if the key of section Hosts is a single address in any numeric form.
 bool IsAddress(std::string_view key);
 
 // Why a key of section Hosts can't match a peer; empty if it can. Peers are seen by their numeric

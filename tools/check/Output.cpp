@@ -41,7 +41,7 @@ std::string AtLine(const std::string& file, std::size_t line) {
   return place;
 }
 
-// In parentheses; nothing for what follows from the facts before it.
+// In parentheses; empty for what follows from the facts before it.
 std::string Parenthesis(const Origin& of) {
   switch (of.From) {
     case Source::Decision:
@@ -82,33 +82,33 @@ Json Objects(const std::vector<Fact>& facts) {
 
 }  // namespace
 
-std::string AsLines(const Report& report, Scope scope) {
+std::string AsLines(const Findings& findings, Scope scope) {
   std::string lines;
   if (scope == Scope::Everything) {
-    lines = "settings: " + Printable(report.SettingsPath) + "\n" + Lines(report.Values) +
-            Lines(report.Explanation);
+    lines = "settings: " + Printable(findings.SettingsPath) + "\n" + Lines(findings.Values) +
+            Lines(findings.Explanation);
   }
-  for (const Warning& warning : report.Warnings) {
+  for (const Warning& warning : findings.Warnings) {
     const std::string place = AtLine(warning.File, warning.Line);
     lines += "warning: " + (place.empty() ? "" : place + ": ") + Printable(warning.Text) + "\n";
   }
   return lines;
 }
 
-std::string AsJson(const Report& report, Scope scope) {
-  Json object = {{"settings", Printable(report.SettingsPath)}};
+std::string AsJson(const Findings& findings, Scope scope) {
+  Json object = {{"settings", Printable(findings.SettingsPath)}};
   if (scope == Scope::Everything) {
-    object["values"] = Objects(report.Values);
-    object["explanation"] = Objects(report.Explanation);
+    object["values"] = Objects(findings.Values);
+    object["explanation"] = Objects(findings.Explanation);
   }
   Json& warnings = object["warnings"] = Json::array();
-  for (const Warning& warning : report.Warnings) {
+  for (const Warning& warning : findings.Warnings) {
     Json one = {{"text", Printable(warning.Text)}};
     if (!warning.File.empty()) one["file"] = Printable(warning.File);
     if (warning.Line != 0) one["line"] = warning.Line;
     warnings.push_back(std::move(one));
   }
-  object["status"] = static_cast<int>(report.Result);
+  object["status"] = static_cast<int>(findings.Result);
   return object.dump(2) + "\n";
 }
 

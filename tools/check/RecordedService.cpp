@@ -18,7 +18,7 @@ std::uint32_t RecordingProfile::GetPrivateProfileString(std::string_view section
                                                         std::string_view defaultText,
                                                         std::span<char> buffer,
                                                         const std::string& /*path*/) {
-  // The checker may be given another file than the one beside the program.
+  // The checker may be given a file other than the one next to the program.
   const std::uint32_t count = sources_.Profile.GetPrivateProfileString(section, key, defaultText,
                                                                        buffer, sources_.File.Path);
   SettingRead read = {.Section = std::string(section),

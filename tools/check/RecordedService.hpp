@@ -16,8 +16,8 @@
 
 #include "ConsoleDisplay.hpp"
 #include "ConsoleFront.hpp"
+#include "Findings.hpp"
 #include "Form1.hpp"
-#include "Report.hpp"
 
 namespace quorbin::check {
 
@@ -51,7 +51,7 @@ struct Trace {
   std::vector<NameLookup> Lookups;
   std::vector<std::string> Variables;  // of the environment that were asked for and are set
   std::vector<std::string> Started;    // command lines
-  std::string Message;                 // with which the start would end; else empty
+  std::string Message;                 // that the start would end with; else empty
 };
 
 // The settings file: its path, and its bytes for the numbers of lines.
@@ -70,7 +70,7 @@ struct Sources {
   Source NamesFrom;     // what the resolver is
   std::string AppPath;  // directory of the service's program
   std::function<std::string(const std::string&)> Environ;
-  std::function<bool(const std::string&)> IsListenAddress;  // as Winsock::SetLocalAddress says it
+  std::function<bool(const std::string&)> IsListenAddress;  // as Winsock::SetLocalAddress decides
   // The launcher's directory of received files, which it makes; empty if it need not name one.
   std::string LauncherTmp = {};
 };

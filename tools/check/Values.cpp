@@ -15,13 +15,13 @@ namespace quorbin::check {
 
 namespace {
 
-// Any peer and any extension: what is wanted is the default text of the read of its entry.
+// Any peer and any extension will do: only the default text of the read of the entry matters.
 constexpr std::string_view SomePeer = "192.0.2.1";
 constexpr std::string_view SomeExtension = ".any";
 
 Origin FromDefault() { return {.From = Source::Default}; }
 
-// Where a setting comes from whose read may have led on to another place.
+// Where a setting comes from, if its read may have led to another source.
 Origin OriginInEffect(const RecordedService& service, const StartUpSetting& setting,
                       const SettingRead& read) {
   if (setting.Key == Key::HostAllow && service.Form.ControlMode == 1) {
@@ -101,7 +101,7 @@ DefaultInEffect DefaultOf(RecordedService& service, const Trace& decision) {
   // The read of an entry comes straight after the one of Default, with the outcome as default text.
   const auto read = std::ranges::find(decision.Reads, Key::Default, &SettingRead::Key);
   DefaultInEffect found = {.Keyword = std::next(read)->DefaultText, .Read = *read};
-  // A text that counts gives the same whatever is built in.
+  // A valid text gives the same keyword whatever is built in.
   const auto taken = [&](std::string_view builtIn) {
     return ReadDefault(service.Form, read->Section, builtIn, read->Capacity);
   };

@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "Findings.hpp"
 #include "RecordedService.hpp"
-#include "Report.hpp"
 
 namespace quorbin::check {
 
-// How the text of a setting is taken.
+// How the text of a setting is interpreted.
 enum class ValueKind { Number16, Number32, Text };
 
 // One setting that is read at the start.
@@ -27,24 +27,24 @@ const std::vector<StartUpSetting>& StartUpSettings();
 // True if the key has a meaning of its own in the section, other than an entry.
 bool IsReserved(std::string_view section, std::string_view key);
 
-// The keyword that a section's Default comes to, and the read behind it.
+// The keyword that a section's Default amounts to, and the read of it.
 struct DefaultInEffect {
   std::string Keyword;
   SettingRead Read;
   bool Ignored = false;  // the file has a text there, but it counts as absent
   Origin Of = {};
 };
-// What a decision, of which everything is recorded that it asked, took for it.
+// The default that a decision used, taken from the record of its questions.
 DefaultInEffect DefaultOf(RecordedService& service, const Trace& decision);
 
-// The entries are read each under the key as it is written, of repeated keys the first.
+// Each entry is read under its key as written; of repeated keys, the first.
 struct SectionInEffect {
   DefaultInEffect Default;
   std::vector<SettingRead> Entries;
 };
 
 struct SectionsInEffect {
-  std::optional<SectionInEffect> Hosts;  // nothing where the table of the link channel decides
+  std::optional<SectionInEffect> Hosts;  // nullopt if the table of the link channel decides
   SectionInEffect Extensions;
 };
 

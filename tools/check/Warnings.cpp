@@ -14,6 +14,7 @@
 #include "HostKeys.hpp"
 #include "LastError.hpp"
 #include "PrivateProfile.hpp"
+#include "Protocol.hpp"
 #include "RegKeys.hpp"
 #include "Text.hpp"
 #include "Viewer.hpp"
@@ -68,7 +69,7 @@ bool IsKnownSection(std::string_view name) {
   return std::ranges::any_of(known, [&](std::string_view one) { return EqualsNoCase(one, name); });
 }
 
-// Sections, keys and lines that the reader passes by.
+// Sections, keys and lines that the reader ignores.
 void CheckLines(const SettingsSource& file, Collector& warnings) {
   std::map<std::string, std::size_t> sections;
   std::map<std::pair<std::string, std::string>, std::size_t> entries;
@@ -106,8 +107,8 @@ void CheckLines(const SettingsSource& file, Collector& warnings) {
   }
 }
 
-// A whole number in plain digits that fits its field counts as it reads; of others it is told what
-// they count as.
+// A whole number in plain digits that fits its field counts as written; for any other a warning
+// says what it counts as.
 void CheckNumber(const SettingRead& read, const std::string& text, ValueKind kind,
                  Collector& warnings) {
   const std::int32_t counts = kind == ValueKind::Number16 ? WholeNumberFromText<std::int16_t>(text)
@@ -170,8 +171,8 @@ void CheckStartUp(RecordedService& service, Collector& warnings) {
   }
 }
 
-// The keyword that a value was meant to be, in whatever letter case, with whatever after it and
-// with or without its asterisk; empty if it looks like none.
+// The keyword that a value was meant to be, in any letter case, with anything after it and with or
+// without its asterisk; empty if it looks like none.
 std::string_view MeantKeyword(std::string_view value) {
   const bool asterisk = value.starts_with('*');
   const std::string lower = LCase(value.substr(asterisk ? 1 : 0));

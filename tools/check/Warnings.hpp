@@ -1,6 +1,6 @@
 #pragma once
 
-// What the service would take without a word, but nobody can have meant.
+// What the service accepts silently, but nobody can have meant.
 
 #include <cstdint>
 #include <functional>
@@ -9,20 +9,20 @@
 #include <system_error>
 #include <vector>
 
+#include "Findings.hpp"
 #include "RecordedService.hpp"
-#include "Report.hpp"
 #include "Values.hpp"
 
 namespace quorbin::check {
 
-// What is asked of the machine beside the settings.
+// What is asked of the machine besides the settings.
 struct Machine {
   // The path of a program as the service would find it; empty if there is none.
   std::function<std::string(const std::string& program)> FindProgram;
   // Whether the port of the address, or of all addresses if that is empty, could be listened on
   // now.
   std::function<std::error_code(const std::string& address, std::int32_t port)> TryPort;
-  // The value of the item of the running service; nothing if none runs.
+  // The value of the item of the running service; nullopt if none runs.
   std::function<std::optional<std::string>()> RunningService;
 };
 

@@ -1,5 +1,5 @@
-// quorbin-check: says what the settings are in effect, what in them can't have been meant, and what
-// happens to a peer or an extension.
+// quorbin-check: shows the settings in effect, what in them can't have been meant, and what happens
+// to a peer or an extension.
 
 #include <fcntl.h>
 #include <glib.h>
@@ -28,6 +28,7 @@
 #include "Output.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
+#include "Protocol.hpp"
 #include "ReadFile.hpp"
 #include "TcpListener.hpp"
 #include "UnixComputer.hpp"
@@ -50,7 +51,7 @@ struct ServicePlace {
 ServicePlace FindService() {
   const fs::path own = fs::path(ExecutablePath()).parent_path();
   std::error_code ignored;
-  // A link that leads nowhere is there too.
+  // A dangling link counts as settings, too.
   if (fs::symlink_status(own / SettingsName, ignored).type() != fs::file_type::not_found) {
     return {own, false};
   }
@@ -62,7 +63,7 @@ std::string Environ(const std::string& name) {
   return text == nullptr ? "" : text;
 }
 
-// The directory that the launcher makes and sets TMP to where that is not set.
+// The directory that the launcher makes and sets TMP to if that is not set.
 std::string LauncherTmp() {
   if (!Environ("TMP").empty()) return {};
   const std::string cache = Environ("XDG_CACHE_HOME");
@@ -80,7 +81,7 @@ std::error_code WhyUnreadable(const std::string& path) {
   return {};
 }
 
-// A name given by the caller in the place of a look-up.
+// A name given by the caller instead of a lookup.
 class GivenName final : public AddressResolver {
  public:
   explicit GivenName(std::string name) : name_(std::move(name)) {}
@@ -96,8 +97,8 @@ std::string FindProgram(const std::string& program) {
   return path ? path.get() : std::string();
 }
 
-// The service's own listener decides on both. A listener that stands for a moment harms nobody
-// where no service runs.
+// The service's own listener decides on both. Listening for a moment disturbs nobody if no service
+// runs.
 bool IsListenAddress(const std::string& address) {
   return address == LocalPeer || TcpListener().SetAddress(address);
 }
@@ -140,7 +141,7 @@ Question QuestionOf(const Options& options) {
   return question;
 }
 
-Report CheckWith(const Options& options) {
+Findings CheckWith(const Options& options) {
   const ServicePlace place = FindService();
   SettingsSource file;
   file.Path = options.SettingsPath.empty() ? (place.Directory / SettingsName).string()
@@ -175,15 +176,15 @@ Report CheckWith(const Options& options) {
       .TryPort = TryPort,
       .RunningService = RunningService,
   };
-  Report report = Check(sources, machine, QuestionOf(options));
+  Findings findings = Check(sources, machine, QuestionOf(options));
   if (unreadable) {
-    report.Warnings.insert(report.Warnings.begin(),
-                           {"can't be read (" + unreadable.message() +
-                                "): every setting has its default, and everybody is let in",
-                            file.Path, 0});
-    report.Result = Status::Unusable;
+    findings.Warnings.insert(findings.Warnings.begin(),
+                             {"can't be read (" + unreadable.message() +
+                                  "): every setting has its default, and everybody is let in",
+                              file.Path, 0});
+    findings.Result = Status::Unusable;
   }
-  return report;
+  return findings;
 }
 
 int Complain(const std::string& sentence) {
@@ -225,10 +226,10 @@ can't be read, or wrong usage.)");
   if (options.Ext && options.Name.find_first_of("/\"") != std::string::npos) {
     return Complain("--name: a file of that name would be received under a made-up one");
   }
-  const Report report = CheckWith(options);
+  const Findings findings = CheckWith(options);
   const Scope scope = options.Quiet ? Scope::WarningsOnly : Scope::Everything;
-  std::cout << (options.AsJson ? AsJson(report, scope) : AsLines(report, scope)) << std::flush;
-  return static_cast<int>(report.Result);
+  std::cout << (options.AsJson ? AsJson(findings, scope) : AsLines(findings, scope)) << std::flush;
+  return static_cast<int>(findings.Result);
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ struct Warning {
   std::size_t Line = 0;  // 0 for the file as a whole
 };
 
-struct Report {
+struct Findings {
   std::string SettingsPath;
   std::vector<Fact> Values;
   std::vector<Warning> Warnings;
