@@ -17,6 +17,7 @@
 #include "Form1.hpp"
 #include "Lifecycle.hpp"
 #include "PrivateProfile.hpp"
+#include "Protocol.hpp"
 
 namespace quorbin::fakes {
 

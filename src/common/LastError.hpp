@@ -5,7 +5,7 @@
 
 namespace quorbin {
 
-// The failure that the last system call told.
+// The error of the system call that has just failed.
 inline std::error_code LastError() { return {errno, std::generic_category()}; }
 
 }  // namespace quorbin

@@ -23,11 +23,11 @@ inline std::string RunTimeDirectory(const std::string& programName) {
   return "/tmp/" + programName + "-" + std::to_string(::geteuid());
 }
 
-// Name of the socket in the run-time directory that files come in by with Listen=*local.
+// Name in the run-time directory of the socket that receives files when Listen is LocalPeer.
 inline constexpr std::string_view LocalSocketName = "in";
 
-// A socket in the run-time directory by way of the open directory, whose path may be too long for a
-// socket's address. Nobody can put another directory in its place.
+// Address of a socket in the run-time directory, through the open directory: its path may be too
+// long for a socket's address, and nobody can replace a directory that is open.
 inline sockaddr_un SocketAddress(int directory, std::string_view name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -13,9 +13,9 @@
 
 namespace quorbin {
 
-// The bytes of a plain file; no bytes where there is none that we may read, or one that is longer.
-// Nothing if a reading fails that may succeed the next time, for want of a descriptor say. Never
-// waits for a FIFO or device.
+// The bytes of a plain file; empty if there is none that we may read, or if it is longer than
+// longest. nullopt if the read failed for a reason that may pass, such as a lack of descriptors.
+// Never waits for a FIFO or a device.
 inline std::optional<std::string> ReadFile(const std::string& path,
                                            off_t longest = std::numeric_limits<off_t>::max()) {
   const Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -31,7 +31,7 @@ inline std::optional<std::string> ReadFile(const std::string& path,
     const ssize_t count = ::read(file.Get(), bytes.data() + length, bytes.size() - length);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return {};
-    if (count == 0) break;  // it was cut meanwhile
+    if (count == 0) break;  // it was truncated meanwhile
     length += static_cast<std::size_t>(count);
   }
   bytes.resize(length);

@@ -3,16 +3,19 @@
 #include <sys/epoll.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <utility>
+
+#include "LastError.hpp"
+#include "Report.hpp"
 
 namespace quorbin {
 
 namespace {
 
-[[noreturn]] void EndDeaf(const char* call) {
-  std::perror(call);
+[[noreturn]] void EndProcess(const std::string& call) {
+  Report(call + ": " + LastError().message());
   std::_Exit(EXIT_FAILURE);
 }
 
@@ -26,7 +29,7 @@ unsigned ReadinessOf(std::uint32_t events) {
 }  // namespace
 
 EpollLoop::EpollLoop() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
-  if (!epoll_) EndDeaf("Quorbin: epoll_create1");
+  if (!epoll_) EndProcess("epoll_create1");
 }
 
 void EpollLoop::Watch(int descriptor, unsigned readiness, std::function<void(unsigned)> ready) {
@@ -37,7 +40,7 @@ void EpollLoop::Watch(int descriptor, unsigned readiness, std::function<void(uns
   interest.data.fd = descriptor;
   const int operation = callback ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
   if (::epoll_ctl(epoll_.Get(), operation, descriptor, &interest) != 0) {
-    EndDeaf("Quorbin: epoll_ctl");
+    EndProcess("epoll_ctl");
   }
   callback = std::make_shared<const std::function<void(unsigned)>>(std::move(ready));
 }
@@ -61,10 +64,11 @@ void EpollLoop::Raise(const std::function<void()>& event) {
   handling_ = false;
 }
 
-// One report at a time: one that was taken earlier could be older than an Unwatch.
+// Takes one event at a time: of two taken together, handling the first may unwatch the descriptor
+// of the second.
 bool EpollLoop::ServeNext(int milliseconds) {
   epoll_event event{};
-  // An interrupted wait is one without an event.
+  // An interrupted wait counts as one without an event.
   if (quit_ || ::epoll_wait(epoll_.Get(), &event, 1, milliseconds) != 1) return false;
   const auto found = watched_.find(event.data.fd);
   if (found != watched_.end()) {

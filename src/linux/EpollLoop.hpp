@@ -32,7 +32,7 @@ class EpollLoop final : public EventLoop {
   Fd epoll_;
   std::map<int, Callback> watched_;
   std::vector<std::function<void()>> deferred_;
-  bool handling_ = false;  // an event
+  bool handling_ = false;  // an event is being handled
   bool quit_ = false;
 };
 

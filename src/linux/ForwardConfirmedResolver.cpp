@@ -30,7 +30,7 @@ AddressList AddressesOf(const char* name, int family, int flags) {
   return {list, ::freeaddrinfo};
 }
 
-// The bytes of the address in the order of the network: four for IPv4, sixteen for IPv6.
+// The bytes of the address in network byte order: four for IPv4, sixteen for IPv6.
 std::string Bytes(const sockaddr* address) {
   if (address->sa_family == AF_INET6) {
     sockaddr_in6 v6{};
@@ -50,7 +50,7 @@ void BoundResolver() {
   _res.nscount = std::min(_res.nscount, Servers);
   // A reverse name is complete; a search through the local domains would only multiply the wait.
   _res.options &= ~static_cast<unsigned long>(RES_DNSRCH | RES_DEFNAMES);
-  // No stream connection for an answer that was cut: nothing bounds the wait for that.
+  // A truncated answer is not asked for again over TCP: nothing bounds that wait.
   _res.options |= RES_IGNTC;
 }
 

@@ -6,10 +6,9 @@
 
 namespace quorbin {
 
-// The system's name service. A reverse name alone is in the hands of whoever owns the address, so
-// it counts only if it leads back to that address. Two questions are asked, for the name and for
-// its addresses of the peer's family; each waits for at most two servers, one second each and
-// without a retry.
+// The system's name service. Whoever owns an address controls its reverse name, so a name counts
+// only if it resolves back to the address. Two queries are made, for the name and for its addresses
+// of the peer's family; each waits for at most two servers, one second each and without a retry.
 class ForwardConfirmedResolver : public AddressResolver {
  public:
   std::string ResolverName(const std::string& ResolverAddress) override;

@@ -12,14 +12,14 @@ namespace quorbin {
 class InstanceDir {
  public:
   // Makes the directory if there is none. One that belongs to another user is not used; that, and
-  // any other failure, is told on standard error, and the directory counts as missing.
+  // any other failure, is reported on standard error, and the directory counts as missing.
   explicit InstanceDir(const std::string& programName);
 
-  // Claims the place of the running instance until the process ends. False only if another
-  // process holds it: without a directory nothing can tell the instances apart.
+  // Claims the place of the running instance until the process ends. False only if another process
+  // holds it: without a directory there is nothing to hold.
   bool Claim();
 
-  // True if this process holds the claim, and what lies in the directory is therefore its own.
+  // True if this process holds the claim, and so owns what is in the directory.
   bool Claimed() const { return static_cast<bool>(lock_); }
 
   // The open directory; -1 if it is missing.

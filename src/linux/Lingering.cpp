@@ -11,8 +11,8 @@ namespace quorbin {
 
 namespace {
 
-constexpr std::size_t MaxEntries = 16;                         // then the oldest is cut
-constexpr std::size_t MaxBytes = std::size_t{16} << 20U;       // read away of one connection
+constexpr std::size_t MaxEntries = 16;                         // then the oldest is closed
+constexpr std::size_t MaxBytes = std::size_t{16} << 20U;       // drained from one connection
 constexpr std::size_t BytesPerEvent = std::size_t{64} << 10U;  // so that none delays the next peer
 
 }  // namespace
@@ -45,7 +45,7 @@ void Lingering::Begin(Place entry) {
 }
 
 void Lingering::Watch(Place entry) {
-  // The end of a peer's side would be reported again and again.
+  // The peer's end of file would be reported again and again.
   const unsigned readiness = (entry->PeerHasClosed ? 0U : EventLoop::Readable) |
                              (entry->Replies.Empty() ? 0U : EventLoop::Writable);
   loop_.Watch(entry->Connection.Get(), readiness, [this, entry](unsigned) { Ready(entry); });
@@ -64,15 +64,15 @@ void Lingering::Ready(Place entry) {
       Watch(entry);
     }
   }
-  if (!entry->PeerHasClosed) ReadAway(entry);
+  if (!entry->PeerHasClosed) Drain(entry);
 }
 
-void Lingering::ReadAway(Place entry) {
+void Lingering::Drain(Place entry) {
   std::array<char, BytesPerEvent> bytes;
   const ssize_t count = ::recv(entry->Connection.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count == 0 && !entry->Replies.Empty()) {
-    entry->PeerHasClosed = true;  // but may read on
+    entry->PeerHasClosed = true;  // but may still read
     Watch(entry);
     return;
   }

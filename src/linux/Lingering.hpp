@@ -11,26 +11,26 @@ namespace quorbin {
 
 // Connections that the program has closed and whose last replies must still reach the peer. Unread
 // bytes at close() would turn into a reset that can overtake a reply, so first the replies go out,
-// then the writing side is shut down, and what the peer still sends is read away until it closes.
-// All of that happens after the running event, so that a peer who sees the end of its connection
-// finds the program listening again, and it is bounded in bytes and number.
+// then the writing side is shut down, and what the peer still sends is drained until it closes. All
+// of that happens after the running event, so that a peer who sees the end of its connection finds
+// the program listening again, and it is bounded in bytes and number.
 class Lingering {
  public:
-  // The loop must outlive the object, whose end cuts what still lingers.
+  // The loop must outlive the object, whose destructor closes what still lingers.
   explicit Lingering(EventLoop& loop) : loop_(loop) {}
   Lingering(const Lingering&) = delete;
   Lingering& operator=(const Lingering&) = delete;
   ~Lingering();
 
   // Takes over a connection that is not watched, and the replies that go out before its end.
-  // peerHasClosed: the end of its side has been read, so that nothing unread can be left.
+  // peerHasClosed: its end of file has been read, so nothing unread can be left.
   void Add(Fd connection, SendQueue replies, bool peerHasClosed);
 
  private:
   struct Entry {
     Fd Connection;
     SendQueue Replies;
-    std::size_t Budget;  // bytes still read away before the connection is cut
+    std::size_t Budget;  // bytes still drained before the connection is closed
     bool PeerHasClosed;  // its side; replies still go out
     bool Begun;          // the event that closed it is over
   };
@@ -40,7 +40,7 @@ class Lingering {
   void Begin(Place entry);
   void Watch(Place entry);
   void Ready(Place entry);
-  void ReadAway(Place entry);
+  void Drain(Place entry);
   void Forget(Place entry);
 
   EventLoop& loop_;

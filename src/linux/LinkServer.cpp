@@ -6,13 +6,13 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <iterator>
 #include <optional>
 #include <system_error>
 
 #include "LinkProtocol.hpp"
 #include "LocalSocket.hpp"
+#include "Report.hpp"
 
 namespace quorbin {
 
@@ -22,8 +22,8 @@ namespace {
 
 constexpr int Backlog = 16;
 
-// Unread bytes at the close would reach the client as a reset behind its last answer.
-void ReadAway(int peer) {
+// With unread bytes at the close, the client would get a reset after its last answer.
+void Drain(int peer) {
   std::array<char, MaxLine> bytes;
   for (int count = 0; count < 16 && ::recv(peer, bytes.data(), bytes.size(), 0) > 0; ++count) {
   }
@@ -54,15 +54,15 @@ void LinkServer::Publish() {
   if (listener_ || !directory_.Claimed()) return;
   if (const std::error_code error =
           ListenInDirectory(directory_.Descriptor(), SocketName, Backlog, listener_)) {
-    std::fprintf(stderr, "Quorbin: no link channel: %s\n", error.message().c_str());
+    Report("no link channel: " + error.message());
     return;
   }
   loop_.Watch(listener_.Get(), EventLoop::Readable, [this](unsigned) { ClientArrives(); });
 }
 
 void LinkServer::ClientArrives() {
-  // Made free before the new client is taken: without a descriptor for it, its request would come
-  // back without end.
+  // Room is made before the new client is accepted: without a descriptor for it, its request would
+  // be reported endlessly.
   if (clients_.size() == MaxClients) Drop(clients_.begin());
   Fd peer(::accept4(listener_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!peer && (errno == EMFILE || errno == ENFILE) && !clients_.empty()) {
@@ -70,8 +70,8 @@ void LinkServer::ClientArrives() {
     peer.Reset(::accept4(listener_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   }
   if (!peer && (errno == EMFILE || errno == ENFILE)) {
-    // Not even with all clients dropped. Publishing anew turns the request away, which would come
-    // back without end, and takes no further descriptor.
+    // There is none even with all clients dropped. Publishing again rejects the request, which
+    // would be reported endlessly, and takes no further descriptor.
     SetLinkMode(0);
     SetLinkMode(1);
     return;
@@ -104,7 +104,7 @@ void LinkServer::ClientReady(ClientPlace client) {
     clients_.splice(clients_.end(), clients_, client);
     client->Received.append(bytes.data(), static_cast<std::size_t>(count));
     if (!ServeLines(client)) {
-      ReadAway(peer);
+      Drain(peer);
       Drop(client);
       return;
     }
@@ -112,10 +112,10 @@ void LinkServer::ClientReady(ClientPlace client) {
   if (waited || !client->Answers.Empty()) WatchClient(client);
 }
 
-// Carries out the whole lines that have come. False if the client is to be dropped.
+// Executes the complete lines received so far. False if the client is to be dropped.
 bool LinkServer::ServeLines(ClientPlace client) {
   std::string& received = client->Received;
-  // Sent in one piece: the system keeps few small ones for a client that reads later.
+  // Sent in one piece: the system buffers only a few small ones for a client that reads late.
   std::string answers;
   std::size_t start = 0;
   bool tooLong = false;
@@ -133,7 +133,7 @@ bool LinkServer::ServeLines(ClientPlace client) {
   }
   received.erase(0, start);
   const auto result = client->Answers.Send(client->Connection.Get(), answers);
-  // Without a listener a line has withdrawn the topic.
+  // Without a listener, a line has withdrawn the topic.
   return result != SendQueue::Result::Failed && !tooLong && listener_;
 }
 

@@ -16,10 +16,10 @@ namespace quorbin {
 
 // The link channel over the Unix stream socket "qbstop" in the run-time directory. Lines ended by
 // LF, answered in order, one line each: "execute COMMAND", "request ITEM", "notify ITEM". Only
-// processes of the same user are heard.
+// processes of the same user are served.
 class LinkServer : public LinkChannel {
  public:
-  static constexpr std::size_t MaxClients = 16;  // the longest silent one gives way to a new one
+  static constexpr std::size_t MaxClients = 16;  // a new one replaces the longest silent one
 
   // Loop and directory must outlive the server.
   LinkServer(EventLoop& loop, const InstanceDir& directory);
@@ -49,7 +49,7 @@ class LinkServer : public LinkChannel {
   Events events_;
   Fd listener_;
   std::list<Client> clients_;  // the longest silent first
-  // The client whose line is being carried out; it stays until its answer is out.
+  // The client whose line is being executed; it is kept until its answer is sent.
   const Client* served_ = nullptr;
 };
 

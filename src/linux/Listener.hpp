@@ -9,7 +9,7 @@ namespace quorbin {
 
 // A peer that has arrived.
 struct Arrival {
-  Fd Connection;        // non-blocking; none if the peer has gone or the system lacks the means
+  Fd Connection;        // non-blocking; none if the peer has gone or resources are short
   std::string Address;  // of the peer, as Winsock::RemoteHostIP gives it; empty: not to be served
 };
 
@@ -22,7 +22,7 @@ class Listener {
   Listener& operator=(const Listener&) = delete;
   virtual ~Listener() = default;
 
-  // Listens; the error code says why that is not possible.
+  // Listens; the error code says why it failed.
   [[nodiscard]] virtual std::error_code Listen() = 0;
 
   // Resets the peers that wait and refuses all others until the next Listen.
@@ -31,7 +31,7 @@ class Listener {
   // Readable when a peer waits. Not to be watched between Stop and Listen.
   virtual int Descriptor() const = 0;
 
-  // Takes the first peer that waits. Without a connection errno is what went wrong.
+  // Takes the first peer that waits. Without a connection errno is the reason.
   virtual Arrival Accept() = 0;
 };
 

@@ -5,13 +5,13 @@
 
 #include "LinkPlace.hpp"
 #include "LocalSocket.hpp"
-#include "Winsock.hpp"
+#include "Protocol.hpp"
 
 namespace quorbin {
 
 namespace {
 
-// Peers that may wait while the program is at work; those beyond wait in their connect().
+// Peers that may wait while the program is busy; any more wait in connect().
 constexpr int Backlog = 128;
 
 }  // namespace

@@ -41,7 +41,7 @@ std::error_code ListenInDirectory(int directory, std::string_view name, int back
   if (!MayTake(directory, final)) return std::make_error_code(std::errc::address_in_use);
   Fd opened = UnixSocket();
   if (!opened) return LastError();
-  ::unlinkat(directory, fresh.c_str(), 0);  // of a run that was killed right here
+  ::unlinkat(directory, fresh.c_str(), 0);  // of a run that was killed before the rename
   const sockaddr_un address = SocketAddress(directory, fresh);
   const mode_t mask = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
   const int bound =

@@ -10,8 +10,8 @@
 namespace quorbin {
 
 // Listens on a socket of that name, mode 0600, in the open directory, which must be private to the
-// user. A socket that nobody listens on any more gives way at one stroke: a peer finds the old one,
-// which refuses it, or the new one. A live one, and whatever else has that name, stays, and the
+// user. A socket that nobody listens on any more is replaced atomically: a peer finds the old one,
+// which refuses it, or the new one. A live one, and anything else of that name, stays, and the
 // error is address_in_use. backlog: peers that may wait.
 std::error_code ListenInDirectory(int directory, std::string_view name, int backlog, Fd& listener);
 

@@ -7,9 +7,9 @@
 
 namespace quorbin {
 
-// Bytes straight from the system. What is given up goes back to it at once, where an allocator
-// would keep a large block for a next one that may never come, and growing copies nothing. A core
-// dump does not hold them.
+// Memory mapped straight from the system. It is returned at once, where an allocator would keep a
+// large block for a reuse that may never come, and growing copies nothing. A core dump does not
+// contain it.
 class MappedBuffer {
  public:
   // Throws std::bad_alloc if there is no memory.

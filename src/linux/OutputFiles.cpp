@@ -27,8 +27,8 @@ bool IsFileOrLink(int directory, const dirent& entry) {
          (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode));
 }
 
-// Refuses all but a plain file of our own. A second name of the file may be one that is not ours
-// to write to.
+// Refuses all but a plain file of our own. A second name (a hard link) may make it a file that is
+// not ours to write to.
 std::error_code CheckOurs(int file) {
   struct stat status;
   if (::fstat(file, &status) != 0) return LastError();
@@ -65,7 +65,7 @@ void OutputFiles::KillPrefix(const std::string& pathPrefix) {
 }
 
 std::error_code OutputFiles::Open(const std::string& path) {
-  // Not waiting keeps a pipe planted at the path from holding up the program.
+  // O_NONBLOCK keeps a pipe planted at the path from blocking the program.
   file_.Reset(::open(path.c_str(),
                      O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
                      OwnerOnly));
@@ -106,7 +106,7 @@ std::error_code OutputFiles::Write(std::string_view block, std::string_view line
       if (errno == EINTR) continue;
       return LastError();
     }
-    // A disk that takes nothing more without a word would hold up the program here.
+    // A disk that takes no more and reports no error would keep the program here forever.
     if (written == 0) return std::make_error_code(std::errc::no_space_on_device);
     const std::size_t ofBlock = std::min(static_cast<std::size_t>(written), block.size());
     block.remove_prefix(ofBlock);

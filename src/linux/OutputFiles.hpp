@@ -12,7 +12,7 @@ namespace quorbin {
 
 class OutputFiles : public FileSystem {
  public:
-  // beforeDeletion is called with each path that is about to be deleted, and may take its time.
+  // beforeDeletion is called with each path that is about to be deleted, and may wait.
   explicit OutputFiles(std::function<void(const std::string& path)> beforeDeletion =
                            [](const std::string&) {});
 
@@ -26,7 +26,7 @@ class OutputFiles : public FileSystem {
 
  private:
   std::error_code Open(const std::string& path);
-  // The file is ours but not fit for use: none is left behind.
+  // Closes and deletes the file, which is ours but not fit for use.
   void Discard(const std::string& path);
 
   std::function<void(const std::string& path)> beforeDeletion_;

@@ -13,11 +13,11 @@
 
 namespace quorbin {
 
-// Ignored: no comment, yet without a key, an equals sign or a section above it.
+// Ignored: not a comment, but without a key, an equals sign or a section above it.
 enum class LineKind { Section, Entry, Ignored };
 
-// A line of a settings file as the reader takes it; the texts are views into the file's bytes,
-// without the blanks round them.
+// A line of a settings file as the reader understands it; the texts are views into the file's
+// bytes, without the surrounding blanks.
 struct SettingsLine {
   LineKind Kind = LineKind::Ignored;
   std::size_t Number = 0;  // from 1
@@ -32,7 +32,7 @@ struct SettingsLine {
 class SettingsLines {
  public:
   explicit SettingsLines(std::string_view file);
-  // Nothing after the last line.
+  // nullopt after the last line.
   std::optional<SettingsLine> Next();
 
  private:
@@ -41,9 +41,9 @@ class SettingsLines {
   std::optional<std::string_view> section_;
 };
 
-// The line of the key in a settings file's bytes. Nothing if the section or the key is missing; a
-// key of no characters finds nothing. Of repeated keys the first counts, and a repeated section
-// counts as one.
+// The line of the key in a settings file's bytes. nullopt if the section or the key is missing; an
+// empty key is never found. Of repeated keys the first counts, and a repeated section counts as
+// one.
 std::optional<SettingsLine> FindEntry(std::string_view file, std::string_view section,
                                       std::string_view key);
 
@@ -54,13 +54,14 @@ std::optional<std::string_view> FindSetting(std::string_view file, std::string_v
 // The keys of the section, in their order.
 std::vector<std::string> FindKeys(std::string_view file, std::string_view section);
 
-// The settings file in the private profile format. It is read whole at the first call of an event,
-// so that all answers of one event come from one version of a file that is replaced meanwhile, and
-// a change counts from the next event on. Where the system lacks the means for a reading, the file
-// stands as it was last read: a lack of descriptors must not lift a refusal.
+// The settings file in the private profile format. It is read in full at the first call of an
+// event, so that all answers of one event come from one version of a file that is replaced
+// meanwhile, and a change counts from the next event on. If a read fails for a lack of resources,
+// the version last read still counts: a lack of descriptors must not lift a refusal.
 class PrivateProfile : public SettingsFile {
  public:
-  // The loop says when an event is over; it must outlive the object. The start-up is one event.
+  // The loop's deferred tasks mark the end of an event; it must outlive the object. Start-up is one
+  // event.
   explicit PrivateProfile(EventLoop& loop) : loop_(loop) {}
 
   std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,

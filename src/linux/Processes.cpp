@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds TakesFile{500};  // from the start of a viewer on
+constexpr std::chrono::milliseconds TakesFile{500};  // after the start of a viewer
 constexpr std::chrono::microseconds LookPause{200};
 
 }  // namespace
@@ -33,7 +33,8 @@ Processes::Processes(std::function<std::string()> editorCommand)
 std::optional<int> Processes::Shell(const std::string& commandLine) {
   std::vector<std::string> arguments = SplitCommandLine(commandLine);
   if (arguments.empty()) return {};
-  // An argument can't hold a zero byte: it would end there, and the program get another one.
+  // An argument can't contain a zero byte: it would end there, and the program would get a
+  // different one.
   if (commandLine.find('\0') != commandLine.npos) return {};
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
@@ -61,7 +62,7 @@ std::optional<int> Processes::Shell(const std::string& commandLine) {
       posix_spawnattr_setflags(
           &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
   pid_t task = 0;
-  // A program that can't be executed is told here, not by the exit of a child.
+  // A program that can't be executed is reported here, not by the exit of a child.
   if (!prepared ||
       posix_spawnp(&task, argv.front(), &actions, &attributes, argv.data(), environ) != 0) {
     return {};

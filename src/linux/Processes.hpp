@@ -14,7 +14,7 @@ namespace quorbin {
 
 // Starts programs in a session of their own, with standard input empty, standard output and error
 // those of the service, no other descriptor, and every signal at its default. The system reaps
-// them: no end of a viewer is ever heard of.
+// them: the end of a viewer is not reported.
 class Processes : public ProcessStarter {
  public:
   // The open command of the user's text editor, with "%1" for the file; empty if there is none.
@@ -23,9 +23,9 @@ class Processes : public ProcessStarter {
   std::optional<int> Shell(const std::string& commandLine) override;
   void OpenInEditor(const std::string& path) override;
 
-  // To be called before a received file is deleted. A viewer that was given it and has started just
-  // now may want to open it, or to move it out of the way: waits until the file is gone, the viewer
-  // has ended, or half a second has passed since its start.
+  // To be called before a received file is deleted. A viewer that was given it and has only just
+  // started may want to open it, or to move it out of the way: waits until the file is gone, the
+  // viewer has ended, or half a second has passed since its start.
   void LetViewerTake(const std::string& path);
 
  private:

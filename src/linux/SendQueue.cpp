@@ -8,7 +8,7 @@ namespace quorbin {
 
 namespace {
 
-// How many of the bytes the system took; nothing less than 0 but for a connection that is gone.
+// Bytes taken; -1 if the connection is gone.
 ssize_t SendSome(int descriptor, std::string_view bytes) {
   for (;;) {
     const ssize_t sent =

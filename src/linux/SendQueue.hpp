@@ -6,7 +6,7 @@
 
 namespace quorbin {
 
-// Bytes on their way into a stream socket that is never waited for.
+// Bytes waiting to be sent on a stream socket, for which the program never waits.
 class SendQueue {
  public:
   // Bytes kept at most for a peer that does not read.
@@ -14,8 +14,8 @@ class SendQueue {
 
   enum class Result { Sent, Waiting, Failed };
 
-  // Sends the bytes behind those that still wait; what the system does not take is kept. Failed:
-  // the connection is gone, or more than Limit would be kept.
+  // Sends the bytes after those that still wait; what the system does not take is kept. Failed: the
+  // connection is gone, or more than Limit would be kept.
   Result Send(int descriptor, std::string_view bytes);
 
   // Sends what waits, as far as the system takes it.

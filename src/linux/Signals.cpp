@@ -9,11 +9,11 @@
 namespace quorbin {
 
 Signals::Signals() {
-  sigemptyset(&heard_);
-  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&heard_, number);
-  sigprocmask(SIG_BLOCK, &heard_, nullptr);
-  descriptor_.Reset(::signalfd(-1, &heard_, SFD_CLOEXEC | SFD_NONBLOCK));
-  // A reader that has gone, and a file beyond the limit of its size, are told by the failed write.
+  sigemptyset(&handled_);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&handled_, number);
+  sigprocmask(SIG_BLOCK, &handled_, nullptr);
+  descriptor_.Reset(::signalfd(-1, &handled_, SFD_CLOEXEC | SFD_NONBLOCK));
+  // A pipe without a reader and a file beyond its size limit are reported by the failed write.
   for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
 
@@ -27,6 +27,6 @@ void Signals::Watch(EventLoop& loop, Handlers handlers) {
              });
 }
 
-void Signals::Release() { sigprocmask(SIG_UNBLOCK, &heard_, nullptr); }
+void Signals::Release() { sigprocmask(SIG_UNBLOCK, &handled_, nullptr); }
 
 }  // namespace quorbin

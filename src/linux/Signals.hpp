@@ -8,8 +8,8 @@
 
 namespace quorbin {
 
-// The signals that the program hears, as events of its loop. To be made before any thread, which
-// would else receive them.
+// The signals that the program handles, as events of its loop. To be constructed before any thread,
+// which would receive them otherwise.
 class Signals {
  public:
   // What a signal asks for.
@@ -29,7 +29,7 @@ class Signals {
   void Release();
 
  private:
-  sigset_t heard_;
+  sigset_t handled_;
   Fd descriptor_;
 };
 

@@ -14,15 +14,15 @@ StandardOutput::StandardOutput() {
   struct stat status;
   if (::fstat(STDOUT_FILENO, &status) != 0) return;
   isSocket_ = S_ISSOCK(status.st_mode);
-  // O_NONBLOCK on the descriptor itself would also bind those that share it, the shell's say.
+  // O_NONBLOCK on the descriptor itself would also affect those that share it, such as the shell.
   if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
     mayWait_ = true;
     own_.Reset(::open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
 }
 
-// Another user's pipe or terminal, say, which can't be opened anew. Those that share it are bound
-// only for the length of the write.
+// For a pipe or terminal that can't be opened again, such as another user's. Those that share it
+// are affected only during the write.
 ssize_t StandardOutput::WriteShared(std::string_view text) const {
   const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
   ::fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);

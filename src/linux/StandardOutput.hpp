@@ -8,13 +8,13 @@
 
 namespace quorbin {
 
-// Standard output that never holds up the program: what a closed, full or stopped output does not
+// Standard output that never blocks the program: what a closed, full or stopped output does not
 // take at once is lost.
 class StandardOutput {
  public:
   StandardOutput();
 
-  // Writes the lines in one go. If only a part was taken, the next lines begin on a new one.
+  // Writes the lines in one call. If only a part was taken, the next call starts on a new line.
   void Print(std::string_view lines);
 
  private:

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <utility>
+
+#include "Protocol.hpp"
+#include "Report.hpp"
 
 namespace quorbin {
 
@@ -54,12 +56,12 @@ std::error_code StreamSocket::Listen() {
 void StreamSocket::RequestReady() {
   Arrival peer = listener_->Accept();
   if (!peer.Connection) {
-    // No descriptor left, say: the error's handler closes the listener, which resets the peer, so
-    // the same request does not come back without end.
+    // For example, no descriptor is left. The error's handler closes the listener, which resets the
+    // peer, so the same request is not reported endlessly.
     if (!IsTransient(errno)) RaiseError(errno);
     return;
   }
-  if (peer.Address.empty()) return;  // no list can tell who that is
+  if (peer.Address.empty()) return;  // no access list can match it
   remoteHostIP_ = std::move(peer.Address);
   requested_ = std::move(peer.Connection);
   events_.ConnectionRequest(requested_.Get());
@@ -114,8 +116,8 @@ void StreamSocket::ReceiveWaiting() {
   }
   auto length = static_cast<std::size_t>(received);
   int more = 0;
-  // A full buffer may have more behind it: the chunk is longer than any before. Without the memory
-  // for it the rest is a chunk of its own.
+  // After a full buffer more may be waiting: the chunk is longer than any before. Without the
+  // memory for it the rest is a chunk of its own.
   if (length == buffer_.Size() && ::ioctl(peer, FIONREAD, &more) == 0 && more > 0 &&
       buffer_.Resize(length + static_cast<std::size_t>(more))) {
     const ssize_t rest = ::recv(peer, buffer_.Data() + length, buffer_.Size() - length, 0);
@@ -146,7 +148,7 @@ void StreamSocket::RaiseError(int number) {
   bool cancelDisplay = false;
   const std::string description = std::generic_category().message(number);
   events_.Error(number, description, cancelDisplay);
-  if (!cancelDisplay) ::dprintf(STDERR_FILENO, "Quorbin: %s\n", description.c_str());
+  if (!cancelDisplay) Report(description);
 }
 
 void StreamSocket::Close() {

@@ -61,7 +61,7 @@ class StreamSocket : public Winsock {
   std::uint64_t connectionNumber_ = 0;
   SendQueue replies_;
   bool sendFailed_ = false;
-  bool peerHasClosed_ = false;  // its side; the end has been read
+  bool peerHasClosed_ = false;  // its end of file has been read
   std::string remoteHostIP_;
   Lingering lingering_;
 

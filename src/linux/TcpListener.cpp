@@ -8,35 +8,35 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <utility>
 
 #include "LastError.hpp"
+#include "Report.hpp"
 
 namespace quorbin {
 
 namespace {
 
-// Peers that may wait while the program is at work. They are reset when a connection begins; the
-// system drops without a word those beyond, which then try again after a whole second. So it is
-// longer than a crowd.
+// Peers that may wait while the program is busy. They are reset when a connection begins; the
+// system drops any more silently, and those try again only after a full second. So there is room
+// for a crowd.
 constexpr int Backlog = 128;
 
-// A peer that has vanished without a word becomes a socket error after about 90 seconds, whether
-// the connection is silent or a reply is on its way.
+// A peer that has vanished silently becomes a socket error after about 90 seconds, whether the
+// connection is silent or a reply is on its way.
 constexpr int KeepIdle = 60;      // seconds of silence
 constexpr int KeepInterval = 10;  // seconds between probes
 constexpr int KeepCount = 3;      // probes without an answer
 constexpr int UserTimeout = (KeepIdle + KeepCount * KeepInterval) * 1000;  // milliseconds
 
-// Of the port in an address, the same in both families.
+// Offset of the port in an address, the same in both families.
 constexpr std::size_t PortPlace = offsetof(sockaddr_in, sin_port);
 static_assert(PortPlace == offsetof(sockaddr_in6, sin6_port));
 
 void SetOption(int descriptor, int level, int option, int value) {
-  // Each of these only makes a good thing better; a system that refuses one still works.
+  // None of these options is essential: a system that refuses one still works.
   ::setsockopt(descriptor, level, option, &value, sizeof value);
 }
 
@@ -63,8 +63,7 @@ bool TcpListener::SetAddress(const std::string& address) {
   sockaddr_storage parsed{};
   if (!address.empty()) {
     addrinfo hints{};
-    // The system's reader of IPv4 addresses takes shortened forms, too, which are typing errors
-    // here.
+    // For IPv4, getaddrinfo also accepts shortened forms, which are typing errors here.
     in_addr v4{};
     hints.ai_family = ::inet_pton(AF_INET, address.c_str(), &v4) == 1 ? AF_INET : AF_INET6;
     hints.ai_flags = AI_NUMERICHOST;
@@ -120,13 +119,11 @@ std::error_code TcpListener::BindAnyPort() {
   in_port_t port = 0;
   std::memcpy(&port, reinterpret_cast<const char*>(&address) + PortPlace, sizeof port);
   port_ = ntohs(port);
-  // A port that was not asked for by its number would be given up at the first shutdown: bound
-  // anew, before the first socket lets it go.
+  // A port that was not requested by number would be released at the first shutdown, so it is bound
+  // again by number while the first socket still holds it.
   const Fd chosen = std::move(socket_);
   const std::error_code error = Bind();
-  if (!error) {
-    ::dprintf(STDERR_FILENO, "Quorbin: listening on port %d\n", static_cast<int>(port_));
-  }
+  if (!error) Report("listening on port " + std::to_string(port_));
   return error;
 }
 
@@ -142,8 +139,8 @@ std::error_code TcpListener::Open() {
   SetOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, UserTimeout);
 
   // With SO_REUSEPORT this makes the system remember our user as the one that shares the port,
-  // while SO_REUSEADDR still goes past connections that no process owns any more. From here on
-  // nothing but another listener of our own user could stop a listen().
+  // while SO_REUSEADDR still ignores connections that no process owns any more. From here on only
+  // another listener of our own user could make a listen() fail.
   SetOption(listener, SOL_SOCKET, SO_REUSEPORT, 1);
   if (::listen(listener, Backlog) != 0) return LastError();
   SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 0);

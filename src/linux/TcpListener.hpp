@@ -16,9 +16,9 @@ namespace quorbin {
 // options it sets:
 //
 // - SO_REUSEADDR lets any two sockets bind one port while neither listens. It is set only up to the
-//   first Listen, which needs it to start over connections that an earlier run has left behind.
+//   first Listen, which must succeed in spite of connections left by an earlier run.
 // - SO_REUSEPORT shares a port among sockets of one user that all set it. It is set after the bind,
-//   so that a later Listen goes past connections of our own that are not quite over. A second copy
+//   so that a later Listen succeeds while connections of our own are still closing. A second copy
 //   of the program binds without it and fails.
 class TcpListener : public Listener {
  public:
@@ -33,7 +33,7 @@ class TcpListener : public Listener {
   // A system without IPv6 listens on IPv4 alone.
   [[nodiscard]] std::error_code Listen() override;
   void Stop() override;
-  // It reports a hang-up without end between Stop and Listen.
+  // Reports a hang-up endlessly between Stop and Listen.
   int Descriptor() const override { return socket_.Get(); }
   Arrival Accept() override;
 

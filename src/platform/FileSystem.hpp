@@ -14,8 +14,8 @@ class FileSystem : public PlatformInterface {
   // Deletes one file; a failure has no effect.
   virtual void Kill(const std::string& path) = 0;
 
-  // Deletes every regular file and link whose name begins with the last part of pathPrefix, in
-  // the directory named by what stands before it. Directories stay, failures have no effect.
+  // Deletes every regular file and link whose name begins with the last part of pathPrefix, in the
+  // directory that the rest of it names. Directories stay, failures have no effect.
   virtual void KillPrefix(const std::string& pathPrefix) = 0;
 
   // Opens the output file for its owner alone: created, or cut to length 0 if it exists. Never
@@ -26,14 +26,14 @@ class FileSystem : public PlatformInterface {
   // The same at offset 0, without cutting what is there.
   [[nodiscard]] virtual std::error_code OpenForBinary(const std::string& path) = 0;
 
-  // Writes all bytes of the block and of the line end behind the last write. After a failure an
-  // unknown part of them stands in the file. Nothing is kept back here: a success is in the file as
-  // far as the file system tells.
+  // Appends all bytes of the block and of the line end to what was written before. After a failure
+  // an unknown part of them is in the file. Nothing is buffered here: after a success the file
+  // system has accepted all of them.
   [[nodiscard]] virtual std::error_code Write(std::string_view block,
                                               std::string_view lineEnd = {}) = 0;
 
-  // Closes the output file, if one is open. An error tells that written bytes are lost: the file
-  // systems of a network find out only here that the disk is full.
+  // Closes the output file, if one is open. An error means that written bytes are lost: a network
+  // file system may report a full disk only here.
   virtual std::error_code Close() = 0;
 
   // Lets the owner run the file; a failure has no effect.

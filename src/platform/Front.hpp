@@ -5,13 +5,15 @@
 #include <string>
 
 #include "MainWindow.hpp"
+#include "PlatformInterface.hpp"
 #include "ShellTray.hpp"
 #include "StatusDisplay.hpp"
 
 namespace quorbin {
 
-// Where the program meets its user: in windows, or on the console. It outlives all that uses it.
-class Front {
+// Where the program meets its user: in windows, or on the console. It outlives everything that uses
+// it.
+class Front : public PlatformInterface {
  public:
   // What the user and the desktop do to it. An empty function ignores its event.
   struct Events {
@@ -26,11 +28,6 @@ class Front {
     std::function<void()> QueryUnload;
   };
 
-  Front() = default;
-  Front(const Front&) = delete;
-  Front& operator=(const Front&) = delete;
-  virtual ~Front() = default;
-
   virtual StatusDisplay& FControl() = 0;
   virtual MainWindow& Window() = 0;
   virtual ShellTray& Tray() = 0;
@@ -42,7 +39,7 @@ class Front {
   // callback runs meanwhile.
   virtual void ShowMessage(const std::string& text, const std::string& title) = 0;
 
-  // SIGUSR1 has come: a click on CheckLog where no mouse can make one, nothing elsewhere.
+  // SIGUSR1 has come: a click on CheckLog where there is no mouse, ignored elsewhere.
   virtual void UserSignal() = 0;
 
   // Start-up is over: puts the main window on the screen unless it was made invisible, and runs the

@@ -8,10 +8,10 @@
 
 namespace quorbin {
 
-// One entry of the system's journal. Texts are bytes as they came from wherever they came.
+// One entry of the system's journal. Texts are raw bytes, some of them from peers.
 struct JournalEntry {
   struct Field {
-    std::string_view Name;  // capitals, digits and underscores, as the journal demands
+    std::string_view Name;  // capitals, digits and underscores, as the journal requires
     std::string Value;
   };
 
@@ -21,7 +21,7 @@ struct JournalEntry {
 };
 
 // Where the administrator reads afterwards what has happened.
-class Journal : PlatformInterface {
+class Journal : public PlatformInterface {
  public:
   // Never waits and never fails: an entry that nobody takes at once is lost. Texts are written so
   // that they can't steer a terminal or forge a field.

@@ -10,13 +10,13 @@ namespace quorbin {
 class ProcessStarter : public PlatformInterface {
  public:
   // Starts the command line as a new process in a normal window with the focus and does not wait
-  // for it. Gives its task number, or nothing if it could not be started. Blanks and tabs part
+  // for it. Returns its task number, nullopt if it could not be started. Blanks and tabs separate
   // the arguments, double quotes group, a backslash is itself except before a double quote; no
   // shell is involved.
   virtual std::optional<int> Shell(const std::string& commandLine) = 0;
 
   // Opens the file, or the one that the link leads to, in the user's editor for plain text; a
-  // failure shows nothing.
+  // failure has no effect.
   virtual void OpenInEditor(const std::string& path) = 0;
 };
 

@@ -23,8 +23,8 @@ struct RegValue {
 
 class RegistryReader : public PlatformInterface {
  public:
-  // One value; an empty ValueName names the key's default value. Nothing if key or value is
-  // missing or can't be read. Key path and value name match without regard to letter case.
+  // One value; an empty ValueName names the key's default value. nullopt if key or value is missing
+  // or can't be read. Key path and value name match without regard to letter case.
   virtual std::optional<RegValue> QueryValue(std::uint32_t RootKey, const std::string& KeyPath,
                                              const std::string& ValueName) = 0;
 };

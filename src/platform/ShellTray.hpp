@@ -3,21 +3,18 @@
 #include <functional>
 #include <string>
 
+#include "PlatformInterface.hpp"
+
 namespace quorbin {
 
 // The notification area of the desktop.
-class ShellTray {
+class ShellTray : public PlatformInterface {
  public:
-  ShellTray() = default;
-  ShellTray(const ShellTray&) = delete;
-  ShellTray& operator=(const ShellTray&) = delete;
-  virtual ~ShellTray() = default;
-
   // Shows the program's icon with this tip. From then on each press of the right mouse button on it
-  // is an event that calls rightPress. A failure goes unnoticed.
+  // is an event that calls rightPress. A failure is not reported.
   virtual void AddIcon(const std::string& tip, std::function<void()> rightPress) = 0;
 
-  // An icon that does not exist is no fault.
+  // Has no effect without an icon.
   virtual void RemoveIcon() = 0;
 };
 

@@ -41,8 +41,8 @@ class StatusDisplay : public PlatformInterface {
   // The field holds these bytes from now on, whatever it held before.
   virtual void Write(Field field, std::string_view text) = 0;
 
-  // Puts the line and CR LF behind the text of Satz. Costs the same however long that is: beyond
-  // 16 MiB the oldest whole lines go until 8 MiB are left.
+  // Appends the line and CR LF to Satz. The cost does not depend on the length of Satz: beyond 16
+  // MiB the oldest lines are dropped until at most 8 MiB are left.
   virtual void AppendLine(std::string_view line) = 0;
 
   // What was last written.

@@ -10,10 +10,6 @@
 
 namespace quorbin {
 
-// The address to listen on that stands for the Unix socket in the run-time directory, and the one
-// of its peers.
-inline constexpr std::string_view LocalPeer = "*local";
-
 // The one stream socket object: the listener between connections and the connected
 // socket during one. It never does both at a time.
 class Winsock : public PlatformInterface {
@@ -27,8 +23,8 @@ class Winsock : public PlatformInterface {
     std::function<void(std::int64_t ChunkLen)> DataArrival;
     // The peer has closed, or nothing can be sent to it any more.
     std::function<void()> Close;
-    // The system reported an error on the listening or connected socket. A handler that leaves
-    // CancelDisplay false has the error told to the user by the socket object.
+    // The system reported an error on the listening or connected socket. If the handler leaves
+    // CancelDisplay false, the socket object reports the error on standard error.
     std::function<void(int Number, const std::string& Description, bool& CancelDisplay)> Error;
   };
 
@@ -47,10 +43,10 @@ class Winsock : public PlatformInterface {
   // handed to SendData before still reach the peer. Raises no event.
   virtual void Close() = 0;
 
-  // Listens on LocalPort; the socket must be closed. The error code tells why it could not.
+  // Listens on LocalPort; the socket must be closed. The error code says why it failed.
   [[nodiscard]] virtual std::error_code Listen() = 0;
 
-  // Puts the requested connection onto this object, which must have been closed before.
+  // Connects this object, which must be closed, to the peer that requested it.
   virtual void Accept(int requestID) = 0;
 
   // The bytes of the present DataArrival. They belong to the socket object, and the view is good

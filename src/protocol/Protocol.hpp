@@ -11,6 +11,10 @@ namespace quorbin {
 
 inline constexpr std::int32_t DefaultPort = 9438;
 
+// The address to listen on that means the Unix socket in the run-time directory, and the address
+// of the peers that connect to it.
+inline constexpr std::string_view LocalPeer = "*local";
+
 // What a control message begins with.
 namespace Token {
 inline constexpr std::string_view Version = "$VERSION$:";
@@ -25,11 +29,11 @@ inline constexpr std::string_view KdoExt = "$KDOEXT$:";
 inline constexpr std::string_view KdoPrf = "$KDOPRF$:";
 }  // namespace Token
 
-// A closing byte that some senders put behind a control message.
+// A byte that some senders append to a control message.
 inline constexpr char Nak = 21;
 
-// Head of a buffer of binary content: the token, then the length of the whole buffer, head
-// included, as decimal text of fixed width.
+// Head of a buffer of binary content: the token, then the length of the buffer, head included, as
+// decimal text of fixed width.
 namespace BufferHeader {
 inline constexpr std::string_view Token = "$BUFFLEN$";
 inline constexpr std::size_t Digits = 10;
@@ -37,11 +41,11 @@ inline constexpr std::size_t Size = Token.size() + Digits;
 inline constexpr std::uint64_t MaxLength = 2147483647;
 }  // namespace BufferHeader
 
-// What a request of the web begins with; a blank follows.
+// What an HTTP request begins with; a blank follows.
 inline constexpr std::array<std::string_view, 9> HttpMethods = {
     "GET", "HEAD", "POST", "PUT", "DELETE", "CONNECT", "OPTIONS", "TRACE", "PATCH"};
 
-// Answers. None has a line end behind it.
+// Replies. None ends with a line end.
 namespace Reply {
 inline constexpr std::string_view Ok = "+OK";
 inline constexpr std::string_view Param = "-PARAM";

@@ -6,8 +6,8 @@
 #include <array>
 #include <optional>
 
+#include "Protocol.hpp"
 #include "Text.hpp"
-#include "Winsock.hpp"
 
 namespace quorbin::check {
 
