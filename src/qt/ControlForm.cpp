@@ -103,7 +103,7 @@ ControlForm::ControlForm(Actions actions) : actions_(std::move(actions)) {
   setWidget(controls);
   controls->setFont(FormFont());
   setFrameShape(QFrame::NoFrame);
-  setFocusPolicy(Qt::NoFocus);  // which goes from control to control, and the view follows it
+  setFocusPolicy(Qt::NoFocus);  // the controls have it, and the view follows it
   resize(sizeHint());
   setMaximumSize(size().expandedTo(controls->size()));
 
@@ -145,7 +145,7 @@ QSize ControlForm::sizeHint() const {
   // The window manager's frame needs some of the screen as well.
   const QSize free = screen()->availableSize() - QSize(TitleBar / 4, TitleBar);
   QSize size = widget()->size().boundedTo(free);
-  // Beside a scroll bar everything is as wide as without it.
+  // A scroll bar must not make the contents narrower.
   if (size.height() < widget()->height()) size.rwidth() += verticalScrollBar()->sizeHint().width();
   return size.boundedTo(free);
 }

@@ -12,8 +12,8 @@
 
 namespace quorbin {
 
-// The control window on the screen: its controls, and how a text gets into them. It scrolls where
-// the screen is too small for it.
+// The control window on the screen: its controls, and the ways to show a text in them. It scrolls
+// if the screen is too small for it.
 class ControlForm final : public QScrollArea {
  public:
   struct Actions {
@@ -30,12 +30,12 @@ class ControlForm final : public QScrollArea {
   // other field.
   void SetText(Field field, std::string_view text);
 
-  // Satz with these bytes behind it, which end a line; the view stays where it is.
+  // Appends these bytes, which end a line, to Satz; the view does not move.
   void AppendToSatz(std::string_view bytes);
-  // Satz without its oldest lines, so that just those of these bytes are left.
+  // Drops the oldest lines of Satz, so that only the lines of these bytes are left.
   void KeepOfSatz(std::string_view bytes);
 
-  // All fields empty and nothing ticked.
+  // Empties all fields and unticks the box.
   void Clear();
 
  protected:

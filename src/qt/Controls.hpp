@@ -12,7 +12,7 @@
 
 namespace quorbin {
 
-// Where a control stands in its window, in twips.
+// Where a control is in its window, in twips.
 struct Box {
   int Left;
   int Top;
@@ -31,14 +31,14 @@ inline QFont ArialFont(int pixels) {
   return SizedFont(QFont(QStringLiteral("Arial")), pixels, true);
 }
 
-// What a control needs so that its font does not cut its text; of several lines one.
+// The size that a control needs to show its text uncut; for several lines, that of one line.
 inline QSize NeededSize(const QWidget& control) { return control.minimumSizeHint(); }
 inline QSize NeededSize(const QPlainTextEdit& control) {
   const int margins = 2 * static_cast<int>(control.document()->documentMargin()) + 2;
   return {0, control.fontMetrics().height() + margins};
 }
 
-// Names the control and puts it in its place, where it grows to the size that it needs.
+// Names and places the control, and enlarges it to the size that it needs.
 template <class Control>
 Control* Place(Control* control, const char* name, const Box& box) {
   control->setObjectName(QString::fromLatin1(name));

@@ -4,8 +4,8 @@
 
 namespace quorbin {
 
-// Tries in a child process whether the toolkit can open its display: where it can't, it aborts.
-// To be made before the process has a second thread.
+// Tries in a child process whether the toolkit can open its display, since it aborts if it can't.
+// To be constructed before the process has a second thread.
 class DisplayProbe {
  public:
   DisplayProbe();

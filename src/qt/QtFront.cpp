@@ -6,7 +6,6 @@
 #include <QMessageBox>
 #include <QSocketNotifier>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -15,10 +14,11 @@
 #include "QtMainWindow.hpp"
 #include "QtStatusDisplay.hpp"
 #include "QtTray.hpp"
+#include "Report.hpp"
 #include "WindowText.hpp"
 #include "XServer.hpp"
 
-// The resources of a static library are there once this was called, outside of any namespace.
+// Registers the resources of this static library. The macro must be outside any namespace.
 static void InitResources() { Q_INIT_RESOURCE(quorbin); }
 
 namespace quorbin {
@@ -30,11 +30,13 @@ int argumentCount = 1;
 char programName[] = "Quorbin";
 char* arguments[] = {programName, nullptr};
 
-QtMainWindow* openWindow = nullptr;  // for the end of the display, reported by exit alone
+QtMainWindow* openWindow =
+    nullptr;  // for the loss of the display, which the toolkit reports only by exit
 
-// Events that wait already cost the toolkit one turn of its loop. Then the windows have theirs.
-// Waiting here for the next event, as a peer that waits for each reply sends it within a
-// millisecond, saves no more than a fortieth of the time of a text line.
+// Events that are already waiting are handled in one turn of the toolkit's loop, for this long at
+// most; then the windows have their turn. To wait here for the next event, which a peer that waits
+// for each reply sends within a millisecond, would save at most a fortieth of the time of a text
+// line.
 constexpr std::int64_t TurnMilliseconds = 10;
 
 std::string NamedDisplay() {
@@ -45,8 +47,8 @@ std::string NamedDisplay() {
   return {};
 }
 
-// The toolkit calls exit when the display goes away, as it does at the end of a session. That is
-// a close of the main window like any other. Any other exit is none of ours.
+// The toolkit calls exit when the display goes away, as it does at the end of a session. That is a
+// close of the main window like any other. Any other exit is ignored.
 void CloseWithDisplay() {
   if (openWindow == nullptr || !DisplayLost()) return;
   openWindow->Close();
@@ -160,10 +162,9 @@ void QtFront::Turn() {
 std::unique_ptr<Front> OpenWindows(EventLoop& loop) {
   const std::string name = NamedDisplay();
   if (name.empty()) return nullptr;
-  const DisplayProbe probe;  // stays connected until we are, or a lone server would restart itself
+  const DisplayProbe probe;  // stays connected until we are: a server without clients may restart
   if (!probe.Opened()) {
-    std::fprintf(stderr, "Quorbin: can't open the display %s; going on without windows\n",
-                 name.c_str());
+    Report("can't open the display " + name + "; going on without windows");
     return nullptr;
   }
   return std::make_unique<QtFront>(loop);

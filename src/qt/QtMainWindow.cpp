@@ -73,7 +73,7 @@ QtMainWindow::QtMainWindow(const Front::Events& events, EventLoop& loop)
   Label2_->setTextFormat(Qt::PlainText);
   Place(Label2_, "Label2", {840, 1800, 2775, 855});
 
-  // A press on a picture or a label is no press on the bare window.
+  // A press on a picture or a label does not count as one on the bare window.
   for (QWidget* control : {Image2_, Label1_, Label2_}) {
     control->setAttribute(Qt::WA_NoMousePropagation);
   }
@@ -189,7 +189,7 @@ void QtMainWindow::mousePressEvent(QMouseEvent* event) {
 
 void QtMainWindow::resizeEvent(QResizeEvent* /*event*/) { RaiseResize(); }
 
-// By the desktop as well as by us.
+// The change may be the desktop's or ours.
 void QtMainWindow::changeEvent(QEvent* event) {
   if (event->type() == QEvent::WindowStateChange) {
     state_ = isMinimized() ? FormState::Minimised : FormState::Normal;

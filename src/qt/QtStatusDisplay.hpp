@@ -39,7 +39,7 @@ class QtStatusDisplay final : public StatusDisplay {
   FieldTexts texts_;
   std::unique_ptr<ControlForm> form_;  // made when it is first shown
   QTimer refresh_;
-  std::array<bool, FieldNames.size()> changed_{};  // since the window last followed
+  std::array<bool, FieldNames.size()> changed_{};  // since the last refresh
   bool satzRewritten_ = false;
   bool satzDropped_ = false;
   std::size_t satzShown_ = 0;  // bytes at the start of Satz that the window shows

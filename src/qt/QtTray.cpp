@@ -4,9 +4,9 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
-#include <cstdio>
 #include <utility>
 
+#include "Report.hpp"
 #include "WindowText.hpp"
 #include "XServer.hpp"
 
@@ -14,20 +14,20 @@ namespace quorbin {
 
 namespace {
 
-// Keeps the list of the status notifier hosts; it can be there without one.
+// Keeps the list of the status notifier hosts; it may run without any.
 const QString WatcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString WatcherPath = QStringLiteral("/StatusNotifierWatcher");
 
 bool NotifierHostRuns() {
   const QDBusConnection bus = QDBusConnection::sessionBus();
   if (!bus.isConnected() || !bus.interface()->isServiceRegistered(WatcherService)) return false;
-  // The question that the toolkit asks, by the same way.
+  // The same question that the toolkit asks, in the same way.
   const QDBusInterface watcher(WatcherService, WatcherPath, WatcherService, bus);
   return watcher.isValid() && watcher.property("IsStatusNotifierHostRegistered").toBool();
 }
 
 // A status notifier host may keep the right button for a menu, of the item or of its own, and
-// report no press of it. This desktop's is known to report it.
+// report no press of it. KDE's is known to report it.
 bool HostReportsRightButton() { return qgetenv("XDG_CURRENT_DESKTOP").split(':').contains("KDE"); }
 
 }  // namespace
@@ -45,8 +45,7 @@ void QtTray::AddIcon(const std::string& tip, std::function<void()> rightPress) {
   rightPress_ = std::move(rightPress);
   PutIntoTray();
   if (icon_) return;
-  std::fputs("Quorbin: no tray on this desktop; the icon appears as soon as there is one\n",
-             stderr);
+  Report("no tray on this desktop; the icon appears as soon as there is one");
   QDBusConnection bus = QDBusConnection::sessionBus();
   watcher_ = std::make_unique<QDBusServiceWatcher>(WatcherService, bus,
                                                    QDBusServiceWatcher::WatchForRegistration);

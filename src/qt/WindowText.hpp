@@ -1,6 +1,6 @@
 #pragma once
 
-// From the bytes of the program to what the windows show.
+// Converts the program's bytes to what the windows show.
 
 #include <QIcon>
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the toolkit doesn't tell about its X display. Without one the answer is no.
+// What the toolkit does not report about its X display. Without one every answer is false.
 
 namespace quorbin {
 
@@ -10,8 +10,8 @@ bool DisplayLost();
 // A tray of the older kind, which embeds the icon's window, runs on the toolkit's screen.
 bool EmbeddingTrayRuns();
 
-// The event, as the toolkit hands it to its native filters, tells all clients something; a tray
-// that has just started does.
+// True if the event, as the toolkit passes it to its native filters, is a message to all clients; a
+// tray that has just started sends one.
 bool IsAnnouncement(const void* xcbEvent);
 
 }  // namespace quorbin
