@@ -20,14 +20,14 @@
 namespace quorbin {
 namespace {
 
-// Bytes that are read at once.
+// Bytes read at once.
 constexpr std::size_t PieceSize = std::size_t{256} * 1024;
 
 // Bytes. A longer line would hardly arrive in one piece, and each piece becomes a line of its own.
 constexpr std::size_t MaxLine = std::size_t{32} * 1024;
 
-// What the service acts upon where it stands at the border of a chunk: the first ends the file, and
-// the second with the ten bytes after it is taken for the header of a buffer.
+// What the service acts on at the border of a chunk: the first ends the file, and the second with
+// the ten bytes after it is taken for the header of a buffer.
 constexpr std::array Markers = {Token::Eof, BufferHeader::Token};
 
 // ---- Text
@@ -42,12 +42,12 @@ void CheckLine(std::string_view line, std::size_t number) {
   }
 }
 
-// Hands each line on without its end, checked, and with the number of bytes that it takes in the
-// source.
+// Checks each line and passes it on without its line end, with the number of bytes that it takes in
+// the source.
 void ForEachLine(const Source& source,
                  const std::function<void(std::string_view line, std::size_t bytes)>& take) {
   std::vector<char> piece(PieceSize);
-  std::string pending;  // read, but not yet a whole line
+  std::string pending;  // read, but not yet a complete line
   std::size_t number = 0;
   while (const std::size_t n = source.Read(piece.data(), piece.size())) {
     pending.append(piece.data(), n);
@@ -59,7 +59,7 @@ void ForEachLine(const Source& source,
       take(line, lf + 1);
     }
     pending.erase(0, pending.size() - rest.size());
-    if (pending.size() > MaxLine + 1) CheckLine(pending, number + 1);  // refused in there
+    if (pending.size() > MaxLine + 1) CheckLine(pending, number + 1);  // which refuses it
   }
   if (pending.empty()) return;
   CheckLine(pending, ++number);
@@ -75,8 +75,8 @@ std::string Header(std::size_t length) {
   return std::string(BufferHeader::Token) + zeros + digits;
 }
 
-// How much of the content the next buffer holds: all up to the inside of the first marker. What
-// the end of the content cuts off a marker needs no border, the buffer's end is one.
+// How much of the content the next buffer holds: everything up to the first byte of the first
+// marker. A marker that the end of the content cuts off is split there anyway.
 std::size_t PayloadLength(std::string_view content) {
   for (std::size_t at = 0; (at = content.find('$', at)) != content.npos;) {
     ++at;
@@ -100,7 +100,8 @@ class MarkerSearch {
     // As much as may begin a marker.
     window_.erase(0, window_.size() - std::min(window_.size(), BufferHeader::Token.size() - 1));
   }
-  // Fails if the end marker behind the content would make another one, as "$EOF" does.
+  // Fails if the content's end and the end marker after it would make another marker, as with
+  // "$EOF".
   void End() { Take(Token::Eof.substr(0, 1)); }
 
  private:
@@ -159,7 +160,7 @@ Source Spool(const Source& source) {
   return spooled;
 }
 
-// ---- Looked through before anything is sent
+// ---- Checked before anything is sent
 
 void CheckText(Source& source) {
   std::int64_t size = 0;
@@ -196,9 +197,9 @@ void SendText(ServiceConnection& service, const Source& source, ProgressBar& pro
   });
 }
 
-// A buffer may arrive in many chunks, cut wherever the network likes. None of them can begin or end
-// with a marker of the content, since no buffer holds a whole one. The service answers once, when
-// the last byte of the buffer is there.
+// A buffer may arrive in many chunks, cut anywhere by the network. None of them can begin or end
+// with a marker of the content, since no buffer holds a complete one. The service answers once,
+// when the last byte of the buffer is there.
 void SendBuffers(ServiceConnection& service, const Source& source, std::size_t size,
                  ProgressBar& progress) {
   const std::size_t capacity = size - BufferHeader::Size;
@@ -218,9 +219,9 @@ void SendBuffers(ServiceConnection& service, const Source& source, std::size_t s
   }
 }
 
-// Chunks begin and end where the network lets them, and nothing shows the sender what the service
-// made of them. So the content must hold no marker; it is searched again, since it may have changed
-// meanwhile. One header announces all that comes, the end marker included: the count comes out
+// Chunks begin and end where the network cuts them, and no reply shows how the service took them.
+// So the content must hold no marker; it is searched again, since it may have changed meanwhile.
+// One header announces everything that follows, the end marker included, so the count is right
 // wherever the marker arrives.
 void SendStream(ServiceConnection& service, const Source& source, ProgressBar& progress) {
   MarkerSearch search;
@@ -233,7 +234,7 @@ void SendStream(ServiceConnection& service, const Source& source, ProgressBar& p
     progress.Add(n);
   }
   search.End();
-  service.Flush();  // or the marker might be torn apart
+  service.Flush();  // or the marker might be split
 }
 
 }  // namespace quorbin

@@ -18,10 +18,10 @@ namespace quorbin {
 // A file to send, or standard input.
 struct Source {
   Fd fd;
-  std::optional<std::int64_t> size;  // bytes; nothing for what can be read only once
-  off_t start = 0;                   // standard input may have been read in part
+  std::optional<std::int64_t> size;  // bytes; nullopt for what can be read only once
+  off_t start = 0;                   // standard input may have been partly read
 
-  // Fills the place unless the end comes before. Returns the number of bytes read.
+  // Reads limit bytes unless the content ends before. Returns the number of bytes read.
   std::size_t Read(char* bytes, std::size_t limit) const;
   void Rewind() const;
 };
@@ -32,7 +32,7 @@ Source OpenSource(const std::string& file);
 // The same bytes from a file without a name, which can be read twice.
 Source Spool(const Source& source);
 
-// Reads the source, fails if SendText or SendStream would, sets the size to what there is, and
+// Reads the source, fails if SendText or SendStream would, sets the size to the bytes found, and
 // rewinds.
 void CheckText(Source& source);
 void CheckStream(Source& source);

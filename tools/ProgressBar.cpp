@@ -36,7 +36,7 @@ void EndLine(int signal) {
   std::raise(signal);
 }
 
-// Replaces that action of the signal alone: what is ignored stays ignored.
+// Replaces only that action of the signal: an ignored signal stays ignored.
 void SetAction(int signal, void (*from)(int), void (*to)(int)) {
   struct sigaction action;
   if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != from) return;

@@ -28,7 +28,7 @@ class ProgressBar {
   // The content follows.
   void Begin();
 
-  // So many bytes more have been sent.
+  // This many more bytes have been sent.
   void Add(std::size_t bytes);
 
  private:

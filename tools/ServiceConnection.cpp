@@ -34,8 +34,8 @@ Failure Lost(std::string sentence, bool busy = false) {
   return {std::move(sentence), "", busy, true};
 }
 
-// A failure of connect that a service which is busy, or about to start, may cause. A Unix socket
-// that is not there yet is one.
+// An error of connect that a service may cause while it is busy or about to start. A Unix socket
+// that does not exist yet is one.
 bool MayPass(int error) {
   constexpr std::array passing = {ECONNREFUSED, ECONNRESET, ETIMEDOUT, EAGAIN, EINTR, ENOENT};
   return std::ranges::find(passing, error) != passing.end();
@@ -81,12 +81,12 @@ bool ServiceConnection::Open(int family, int type, int protocol) {
 
 bool ServiceConnection::ConnectHost(const addrinfo& address) {
   if (!Open(address.ai_family, address.ai_socktype, address.ai_protocol)) return false;
-  const int on = 1;  // a message leaves at once, whatever is still under way
+  const int on = 1;  // a message leaves at once, even while another is under way
   setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return connect(socket_.Get(), address.ai_addr, address.ai_addrlen) == 0;
 }
 
-// By way of an open descriptor, since the path may be too long for a socket's address.
+// Through an open descriptor, since the path may be too long for a socket's address.
 bool ServiceConnection::ConnectLocal(const std::string& path) {
   const Fd place(open(path.c_str(), O_PATH | O_CLOEXEC));
   if (!place || !Open(AF_UNIX, SOCK_STREAM, 0)) return false;

@@ -1,6 +1,6 @@
 #pragma once
 
-// A sender's connection to the service: whole sends, one receive for one reply, bounded times.
+// A sender's connection to the service: complete sends, one receive per reply, bounded waits.
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -17,8 +17,8 @@ namespace quorbin {
 struct Failure {
   std::string sentence;    // for the user
   std::string reply = {};  // of the service, if the failure is one
-  bool busy = false;       // nothing has been told to the service yet; trying again may help
-  bool lost = false;       // there is no connection, or no longer: the same may get through later
+  bool busy = false;       // the service has not read anything yet; trying again may help
+  bool lost = false;       // no connection, or it broke: the same file may get through later
 };
 
 // Where a service listens.
@@ -37,7 +37,7 @@ class ServiceConnection {
   // seconds).
   ServiceConnection(const ServiceAddress& address, int connectTime, int timeout);
 
-  // Sends all of it.
+  // Sends all bytes.
   void Send(std::string_view bytes);
 
   // One receive, which is one reply. A close is a failure.
@@ -66,7 +66,7 @@ class ServiceConnection {
   bool heard_ = false;  // a reply has come
 };
 
-// The failure that a reply other than "+OK" is.
+// The failure that a reply other than "+OK" means.
 Failure Refusal(const std::string& reply);
 
 }  // namespace quorbin

@@ -1,4 +1,4 @@
-// quorbin-link: sends one line to the link channel of the running service and tells its answer.
+// quorbin-link: sends one line to the link channel of the running service and prints its answer.
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -17,6 +17,7 @@
 
 #include "LinkClient.hpp"
 #include "LinkProtocol.hpp"
+#include "Protocol.hpp"
 #include "Usage.hpp"
 
 namespace quorbin {
@@ -30,7 +31,7 @@ int Complain(int status, const std::string& sentence) {
 }
 
 // Prints the answer and returns the exit status.
-int Report(const std::string& answer) {
+int ShowAnswer(const std::string& answer) {
   if (answer.starts_with(LinkProtocol::Value)) {
     std::cout << answer.substr(LinkProtocol::Value.size()) << '\n';
     return Accepted;
@@ -45,12 +46,12 @@ int Report(const std::string& answer) {
 // Sends the line and returns the exit status.
 int Ask(const std::string& line, const std::string& program) {
   const LinkAnswer answer = AskService(program, line);
-  return answer.Line ? Report(*answer.Line) : Complain(NoService, answer.Failure);
+  return answer.Line ? ShowAnswer(*answer.Line) : Complain(NoService, answer.Failure);
 }
 
-// ---- Admitting nobody
+// ---- A command that admits nobody
 
-// The address as the service writes it; empty for what is no numeric address.
+// The address as the service writes it; empty if the text is not a numeric address.
 std::string AddressText(const std::string& text) {
   addrinfo hints{};
   hints.ai_flags = AI_NUMERICHOST;
@@ -73,7 +74,6 @@ std::string AddressText(const std::string& text) {
 // The service accepts any text with "con", and compares it with the peers' addresses byte by byte.
 void WarnIfNobody(const std::string& command) {
   constexpr std::string_view con = "con ";
-  constexpr std::string_view local = "*local";  // peers over the service's own socket
   if (!std::ranges::equal(command.substr(0, con.size()), con,
                           [](unsigned char a, char b) { return std::tolower(a) == b; })) {
     return;
@@ -82,14 +82,14 @@ void WarnIfNobody(const std::string& command) {
   if (first == command.npos) return;
   const std::string peer = command.substr(first, command.find_last_not_of(' ') + 1 - first);
   const std::string address = AddressText(peer);
-  if (peer == local || peer == address) return;
+  if (peer == LocalPeer || peer == address) return;
   std::cerr << "quorbin-link: warning: '" << peer << "' "
             << (address.empty() ? "is no address and matches nobody"
                                 : "matches nobody; the service writes it " + address)
             << '\n';
 }
 
-// A name of a program is one part of a path.
+// The name of a program is one component of a path.
 std::string CheckProgram(const std::string& name) {
   const bool usable = !name.empty() && name != "." && name != ".." && name.find('/') == name.npos;
   return usable ? "" : "'" + name + "' is no program name";

@@ -1,8 +1,8 @@
 // quorbin-send: hands files to the service, one connection per file. It is the reference for other
-// senders: the whole protocol from the sender's side, in the order of a conversation.
+// senders: all of the protocol from the sender's side, in the order of a conversation.
 //
-// There is no framing. What the service finds at one look at the socket is one message, and what
-// one receive gives is one reply. Hence the rule that all below follows: send one message in one
+// There is no framing. What the service receives at once is one message, and what one receive
+// returns is one reply. Hence the rule that everything below follows: send one message in one
 // piece, wait for its reply, and only then send the next.
 
 #include <sysexits.h>
@@ -34,16 +34,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Pauses between two tries of a busy service: random, lest many senders come at the same moments,
-// each from a half to the whole of a bound that doubles. Between the end of one transfer and the
-// start of its viewer the service is away for about the first.
+// Pauses between two tries of a busy service: random, so that many senders do not try at the same
+// moments, and each between half of a bound and all of it; the bound doubles. Between the end of
+// one transfer and the start of its viewer the service is away for about the first.
 constexpr std::chrono::microseconds FirstPause{1000};
 constexpr std::chrono::microseconds LongestPause{100000};
 
 // Bytes. Each buffer waits for its acknowledgement, so larger ones are faster: with 20 ms for a
-// round trip 32 KiB were seen to give 1.4 MiB/s, 256 KiB 11, 1 MiB 36, 4 MiB 84; over the loopback
-// little is won beyond 256 KiB. But the acknowledgement must come within the timeout, on a slow
-// line too.
+// round trip 32 KiB gave 1.4 MiB/s, 256 KiB 11, 1 MiB 36, 4 MiB 84; over the loopback more than 256
+// KiB gains little. But the acknowledgement must come within the timeout, on a slow line too.
 constexpr std::size_t DefaultBuffer = std::size_t{1024} * 1024;
 
 struct Options {
@@ -64,7 +63,7 @@ struct Options {
 
 // ---- The extension
 
-// The last part of a name that may be a path, also of one in the notation *POSIX(/a/b.txt).
+// The last component of a name that may be a path, or one in the notation *POSIX(/a/b.txt).
 std::string_view LastPart(std::string_view name) {
   const bool posix = name.starts_with("*POSIX");
   if (posix && name.ends_with(')')) name.remove_suffix(1);
@@ -81,7 +80,7 @@ std::string SuffixOf(const std::string& name) {
   return std::string(part.substr(dot));
 }
 
-// Without being told, the service takes the last four bytes of the name for the extension.
+// By default the service takes the last four bytes of the name for the extension.
 bool TakesItself(const std::string& name, std::string_view ext) {
   const std::string_view part = LastPart(name);
   return part.substr(part.size() - std::min<std::size_t>(part.size(), 4)) == ext;
@@ -90,7 +89,7 @@ bool TakesItself(const std::string& name, std::string_view ext) {
 // ---- Control messages
 
 // A token and its value, which may hold any bytes. The service takes one NAK from the end of a
-// message, so a value that ends in one gets another behind it.
+// message, so a value that ends in one gets another after it.
 std::string Message(std::string_view token, std::string_view value) {
   std::string message(token);
   message += value;
@@ -237,7 +236,7 @@ int main(int argc, char** argv) try {
                                      "Name of the received file; the file's own by default");
   app.add_option("--prefix", options.prefix,
                  "Text before the file name on the viewer's command line");
-  app.add_option("--suffix", options.suffix, "Text behind it; blanks at its end are lost");
+  app.add_option("--suffix", options.suffix, "Text after it; blanks at its end are lost");
   app.add_option("--buffer", options.buffer,
                  "Bytes per buffer of binary content, its header of 19 included")
       ->check(CLI::Range(BufferHeader::Size + 1, static_cast<std::size_t>(BufferHeader::MaxLength)))
