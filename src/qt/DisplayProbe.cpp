@@ -13,8 +13,7 @@ namespace quorbin {
 
 namespace {
 
-constexpr unsigned PatienceSeconds =
-    10;  // for a display that accepts the connection and then does not answer
+constexpr unsigned PatienceSeconds = 10;  // for a display that accepts and does not answer
 
 void LeaveOnFatal(QtMsgType type, const QMessageLogContext&, const QString&) {
   if (type == QtFatalMsg) _exit(EXIT_FAILURE);

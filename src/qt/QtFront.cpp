@@ -30,8 +30,8 @@ int argumentCount = 1;
 char programName[] = "Quorbin";
 char* arguments[] = {programName, nullptr};
 
-QtMainWindow* openWindow =
-    nullptr;  // for the loss of the display, which the toolkit reports only by exit
+// For the loss of the display, which the toolkit reports only by exit.
+QtMainWindow* openWindow = nullptr;
 
 // Events that are already waiting are handled in one turn of the toolkit's loop, for this long at
 // most; then the windows have their turn. To wait here for the next event, which a peer that waits

@@ -4,8 +4,8 @@
 
 namespace quorbin {
 
-// Executes the control message in RecvBuf, and leaves there the message without a closing NAK and
-// blanks.
+// Executes the control message in RecvBuf, from which it first removes a closing NAK and blanks at
+// the end.
 void Dispatch(Form1& form);
 
 }  // namespace quorbin

@@ -236,8 +236,8 @@ void AcceptData(Form1& form) {
 void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
   TransferSession& session = form.Session;
   if (session.RecvBuf.starts_with(Token::Eof)) {
-    // A chunk of its own with the end marker ends binary content as plainly as text: bytes that an
-    // announced buffer still lacks are reported only if the marker ends a chunk of content.
+    // In binary mode, too, the end is the plain one: bytes that are missing from the last buffer
+    // are reported only if the marker comes at the end of a chunk of content.
     EndOfDataPlain(form);
     return;
   }

@@ -20,7 +20,7 @@ struct Transfer {
 struct ViewerStart {
   std::string Line;
   std::vector<std::string> Arguments;  // the first is the program
-  bool RunsReceivedFile = false;       // and so is the program
+  bool RunsReceivedFile = false;       // which is the first argument
 };
 
 ViewerStart ViewerOf(RecordedService& service, const Transfer& transfer);
