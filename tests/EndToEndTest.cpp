@@ -226,7 +226,8 @@ TEST(Port, WrongSettingsEndTheStart) {
   const std::pair<std::string, std::string> rows[] = {
       {"Listen=localhost", "Listen=localhost"}, {"Listen=10.1", "Listen=10.1"},
       {"Listen=*LOCAL", "Listen=*LOCAL"},       {"Listen=::1 ::2", "Listen=::1 ::2"},
-      {"Parameters=deny", "Parameters=deny"},
+      {"Parameters=deny", "Parameters=deny"},   {"Port=65536", "Port=65536 (0 to 65535)"},
+      {"Port=-1", "Port=-1 (0 to 65535)"},
   };
   for (const auto& [setting, named] : rows) {
     Service service("[Global]\n" + setting + "\n");

@@ -241,6 +241,7 @@ void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
     EndOfDataPlain(form);
     return;
   }
+  // A guard: the data phase begins with an open file and ends with the connection.
   if (!session.FileIsOpen) {
     form.FControl.Write(Field::resu, Resu::UnknownAction);
     form.Winsock1.SendData(Reply::Nak);

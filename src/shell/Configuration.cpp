@@ -117,6 +117,11 @@ std::string SetLimits(Form1& form) {
   if (!form.Winsock1.SetLocalAddress(form.ListenAddress)) {
     return std::string(Key::Listen) + "=" + form.ListenAddress;
   }
+  const std::int32_t port = form.Winsock1.LocalPort();
+  if (form.ListenAddress != LocalPeer && (port < 0 || port > LastPort)) {
+    return std::string(Key::Port) + "=" + std::to_string(port) + " (0 to " +
+           std::to_string(LastPort) + ")";
+  }
   const std::string parameters = read(Key::Parameters);
   form.ParametersAllowed = parameters != Keyword::Deny;
   if (!parameters.empty() && parameters != Keyword::Allow && parameters != Keyword::Deny) {

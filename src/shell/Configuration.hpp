@@ -4,6 +4,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,8 @@ inline constexpr std::string_view ExtAllow = "ext_allow";
 inline constexpr std::string_view HostAllow = "host_allow";
 inline constexpr std::string_view Default = "Default";
 }  // namespace Key
+
+inline constexpr std::int32_t LastPort = 65535;
 
 // Capacities of the read buffer, in bytes; the longest value has one less.
 inline constexpr std::size_t ShortValue = 20;

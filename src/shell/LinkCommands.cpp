@@ -37,7 +37,7 @@ void Execute(Form1& form, const std::string& CmdStr, std::int16_t& Cancel) {
   if (KeywordIs(CmdStr, Stop)) {
     Cancel = Accepted;
     form.stopsrv = Stopsrv::Stopped;
-    // No wait is needed here: the carrier delivers the answer to the client before it closes the
+    // No wait is needed here: the carrier hands the answer to the system before it closes the
     // channel.
     form.Link.SetLinkMode(0);
     form.Window.Close();

@@ -12,6 +12,7 @@ void AddTrayIcon(Form1& form) { form.Tray.AddIcon(Tip, AsEvent(form, TrayIcon_Ri
 
 void TrayIcon_RightPress(Form1& form) {
   if (form.Window.Visible()) {
+    // Raises Resize, whose handler hides the window as well with this IconMode.
     form.Window.SetWindowState(FormState::Minimised);
     form.Window.SetVisible(false);
   } else {

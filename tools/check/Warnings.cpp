@@ -26,8 +26,13 @@ namespace {
 
 constexpr std::size_t QuotedLength = 60;  // bytes of a text in a warning
 constexpr std::int32_t FirstFreePort = 1024;
-constexpr std::int32_t LastPort = 65535;
 constexpr mode_t WritableForOthers = S_IWGRP | S_IWOTH;
+
+// The port that the settings and the registry lead to is no port, which ends the start.
+bool PortIsNone(const RecordedService& service) {
+  const std::int32_t port = service.Form.Winsock1.LocalPort();
+  return service.Form.ListenAddress != LocalPeer && (port < 0 || port > LastPort);
+}
 
 std::string Quoted(std::string_view text) {
   std::string quoted = "'";
@@ -163,7 +168,7 @@ void CheckStartUp(RecordedService& service, Collector& warnings) {
         ReadRegValue(service.Form, HKEY_CLASSES_ROOT, query->KeyPath, query->ValueName);
     CheckNumber(registered, text, ValueKind::Number32, warnings);
   }
-  if (!service.AtStart.Message.empty()) {
+  if (!service.AtStart.Message.empty() && !PortIsNone(service)) {
     // The last read is the one that ended the start.
     const SettingRead& last = service.AtStart.Reads.back();
     warnings.AtRead(last, last.Key + ": " + Quoted(last.Answer) +
@@ -314,7 +319,7 @@ void CheckPort(RecordedService& service, const Machine& machine, Collector& warn
   if (read == nullptr || service.Form.ListenAddress == LocalPeer) return;
   const std::int32_t port = service.Form.Winsock1.LocalPort();
   const std::string name = "port " + std::to_string(port);
-  if (port < 0 || port > LastPort) {
+  if (PortIsNone(service)) {
     warnings.AtRead(*read, name + " is none: the service ends at its start");
     return;
   }
