@@ -55,6 +55,17 @@ TEST_F(JournalTest, FieldsOfTheJournal) {
   EXPECT_EQ(syslog.Take(), "");
 }
 
+TEST_F(JournalTest, LosesOneCharacterAtMostAtTheCut) {
+  const Daemon journal(folder + "/journal");
+  entry.Fields = {{"FILE", "\x01"}};
+  for (int i = 0; i < 300; ++i) entry.Fields[0].Value += "\u4E2D";
+  SystemJournal(folder + "/journal", folder + "/log").Write(entry);
+  const std::string datagram = journal.Take();
+  const std::size_t length = datagram.size() - datagram.find("FILE=") - 6;
+  EXPECT_GE(length, 508U);
+  EXPECT_EQ((length - 4) % 3, 0U);
+}
+
 TEST_F(JournalTest, SyslogWithoutAJournal) {
   const Daemon syslog(folder + "/log");
   entry.Warning = false;

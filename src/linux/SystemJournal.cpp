@@ -26,8 +26,11 @@ std::string Shown(std::string_view bytes, std::size_t longest) {
   std::string text = Printable(bytes.substr(0, longest));
   if (text.size() <= longest) return text;
   text.resize(longest);
-  // Half a character at the end would make the journal take all of the text for binary.
-  while (!text.empty() && static_cast<unsigned char>(text.back()) >= 0x80) text.pop_back();
+  // Half a character at the end would make the journal take all of the text for binary. So the last
+  // character goes, if it has more than one byte.
+  const auto byteAtEnd = [&text] { return static_cast<unsigned char>(text.back()); };
+  while ((byteAtEnd() & 0xC0U) == 0x80U) text.pop_back();
+  if (byteAtEnd() >= 0xC0U) text.pop_back();
   return text;
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Configuration.hpp"
+#include "Protocol.hpp"
 #include "Text.hpp"
 #include "Words.hpp"
 
@@ -18,10 +19,11 @@ bool InLinkTable(const Form1& form, std::string_view address) {
       form.LinkHosts, [address](const std::string& slot) { return Trim(slot) == Trim(address); });
 }
 
-// True for a key of the section that could be a host name: neither a setting nor an address.
+// True for a key of the section that could be a host name: neither a setting nor an address, nor
+// the entry of the peers without a port.
 bool MayBeHostName(const std::string& key) {
   const std::string lower = LCase(key);
-  if (lower == Key::HostAllow || lower == LCase(Key::Default)) return false;
+  if (lower == Key::HostAllow || lower == LCase(Key::Default) || lower == LocalPeer) return false;
   return key.find(':') == key.npos && key.find_first_not_of("0123456789.") != key.npos;
 }
 
