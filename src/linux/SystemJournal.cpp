@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
-#include <utility>
 
 #include "Printable.hpp"
 
@@ -71,26 +69,26 @@ std::string SyslogDatagram(const JournalEntry& entry) {
   return head.data() + ShownMessage(entry);
 }
 
-bool SendTo(int socket, const std::string& path, std::string_view datagram) {
+// What the daemon does not take at once is lost: no connection waits for it.
+void SendTo(int socket, const std::string& path, std::string_view datagram) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return false;
+  if (path.size() >= sizeof address.sun_path) return;
   path.copy(address.sun_path, path.size());
-  return ::sendto(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0;
+  ::sendto(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+           reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 }  // namespace
 
-SystemJournal::SystemJournal(std::string journalSocket, std::string syslogSocket)
-    : journalSocket_(std::move(journalSocket)),
-      syslogSocket_(std::move(syslogSocket)),
+// The init system holds the journal's socket, so it stays while the daemon itself restarts.
+SystemJournal::SystemJournal(const std::string& journalSocket, const std::string& syslogSocket)
+    : hasFields_(::access(journalSocket.c_str(), F_OK) == 0),
+      daemonSocket_(hasFields_ ? journalSocket : syslogSocket),
       socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {}
 
 void SystemJournal::Write(const JournalEntry& entry) {
-  // A full queue is not asked a second time: the journal reads the syslog socket as well.
-  if (SendTo(socket_.Get(), journalSocket_, JournalDatagram(entry)) || errno == EAGAIN) return;
-  SendTo(socket_.Get(), syslogSocket_, SyslogDatagram(entry));
+  SendTo(socket_.Get(), daemonSocket_, hasFields_ ? JournalDatagram(entry) : SyslogDatagram(entry));
 }
 
 }  // namespace quorbin

@@ -7,9 +7,9 @@
 
 namespace quorbin {
 
-// The journal of systemd, with its named fields; where that does not run, the line alone goes to
-// the local syslog daemon. Both take datagrams. They are sent here and not by sd_journal_send() or
-// syslog(), which wait for a daemon whose queue is full.
+// The journal of systemd, with its named fields; where that does not run when the program starts,
+// the line alone goes to the local syslog daemon. Both take datagrams. They are sent here and not
+// by sd_journal_send() or syslog(), which wait for a daemon whose queue is full.
 class SystemJournal : public Journal {
  public:
   static constexpr const char* JournalSocket = "/run/systemd/journal/socket";
@@ -17,14 +17,14 @@ class SystemJournal : public Journal {
   // Bytes of a value that are written, after escaping. The message may have four times as many.
   static constexpr std::size_t LongestValue = 512;
 
-  explicit SystemJournal(std::string journalSocket = JournalSocket,
-                         std::string syslogSocket = SyslogSocket);
+  explicit SystemJournal(const std::string& journalSocket = JournalSocket,
+                         const std::string& syslogSocket = SyslogSocket);
 
   void Write(const JournalEntry& entry) override;
 
  private:
-  std::string journalSocket_;
-  std::string syslogSocket_;
+  bool hasFields_;  // the journal takes the entries
+  std::string daemonSocket_;
   Fd socket_;
 };
 
