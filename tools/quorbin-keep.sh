@@ -10,7 +10,7 @@ fail() {
 }
 
 usage() {
-  echo 'usage: quorbin-keep [--to DIRECTORY] [--prefix PREFIX] [--no-open] FILE' >&2
+  echo 'usage: quorbin-keep [--ext EXT] [--to DIRECTORY] [--prefix PREFIX] [--no-open] FILE' >&2
   exit 2
 }
 
@@ -24,16 +24,21 @@ exists() {
   [ -e "$1" ] || [ -L "$1" ]
 }
 
-to='' prefix='' open=yes
+lower() {
+  printf %s "$1" | LC_ALL=C tr '[:upper:]' '[:lower:]'
+}
+
+ext='' to='' prefix='' open=yes
 while [ $# -gt 1 ]; do
   case $1 in
+    --ext) ext=.${2#.} && shift 2 ;;
     --to) to=$2 && shift 2 ;;
     --prefix) prefix=$2 && shift 2 ;;
     --no-open) open='' && shift ;;
     *) usage ;;
   esac
 done
-[ $# -eq 1 ] || usage
+[ $# -eq 1 ] && [ "$ext" != . ] || usage
 case $1 in
   */*) file=$1 ;;
   *) file=./$1 ;;
@@ -66,10 +71,15 @@ case $name in
   *) suffix='' ;;
 esac
 stem=${name%"$suffix"}
-if [ "$(printf %s "$name" | wc -c)" -gt 245 ]; then # bytes; leaves room for a number
+if [ "$(printf %s "$name$ext" | wc -c)" -gt 245 ]; then # bytes; leaves room for a number
   stem=$(printf %s "$stem" | head -c 200)
   suffix=$(printf %s "$suffix" | head -c 40)
 fi
+# The sender's extension has chosen this command, but the end of the name chooses the application.
+case $(lower "$suffix") in
+  *"$(lower "$ext")") ;;
+  *) suffix=$suffix$ext ;;
+esac
 
 if [ -z "$to" ]; then
   to=$(xdg-user-dir DOWNLOAD 2>/dev/null)
