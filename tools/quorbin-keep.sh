@@ -28,6 +28,12 @@ lower() {
   printf %s "$1" | LC_ALL=C tr '[:upper:]' '[:lower:]'
 }
 
+# The first $2 bytes of $1, without a character that is cut in two. What is removed at last is the
+# character that the byte after them belongs to, and of a shorter text the added one.
+cut_to() {
+  printf '%s_' "$1" | head -c $(($2 + 1)) | LC_ALL=C sed 's/[^\x80-\xBF]\?[\x80-\xBF]\{0,3\}$//'
+}
+
 ext='' to='' prefix='' open=yes
 while [ $# -gt 1 ]; do
   case $1 in
@@ -72,8 +78,8 @@ case $name in
 esac
 stem=${name%"$suffix"}
 if [ "$(printf %s "$name$ext" | wc -c)" -gt 245 ]; then # bytes; leaves room for a number
-  stem=$(printf %s "$stem" | head -c 200)
-  suffix=$(printf %s "$suffix" | head -c 40)
+  stem=$(cut_to "$stem" 200)
+  suffix=$(cut_to "$suffix" 40)
 fi
 # The sender's extension has chosen this command, but the end of the name chooses the application.
 case $(lower "$suffix") in
@@ -85,6 +91,10 @@ if [ -z "$to" ]; then
   to=$(xdg-user-dir DOWNLOAD 2>/dev/null)
   [ "${to:-$HOME}" != "$HOME" ] || to=$HOME/Downloads # not set up
 fi
+case $to in
+  /*) ;;
+  *) to=./$to ;; # no place that cd alone knows, neither "-" nor one in CDPATH
+esac
 mkdir -p -- "$to" && to=$(cd -- "$to" && pwd) || fail "no directory $to: the file is kept as $held"
 
 # Under its name the file appears as a whole.
