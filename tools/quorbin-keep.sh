@@ -56,9 +56,10 @@ held=${file%/*}/quorbin-keep.$$
 while exists "$held"; do held=$held+; done # left by one that was killed
 mv -nT -- "$file" "$held" && [ -f "$held" ] || fail "can't move $file"
 
-if [ -z "$prefix" ]; then
-  prefix=$(sed -n 's/^[[:blank:]]*[Pp]refix[[:blank:]]*=[[:blank:]]*\(.*[^[:space:]]\).*$/\1/p' \
-    /etc/quorbin/quorbin.ini 2>/dev/null | head -n 1)
+if [ -z "$prefix" ]; then # as the service reads it; a line ends in where the value comes from
+  prefix=$(quorbin-check 2>/dev/null |
+    sed -n '/^Global Prefix: /{s///;s/ ([^(]*)$//;s/\\\\/\\/g;p;q;}')
+  prefix=${prefix##*/}
 fi
 name=${file##*/}
 name=${name#"${prefix:-f\$~.}"}
