@@ -258,8 +258,11 @@ TEST(QuorbinCheck, UnreadableSettingsAndWrongUsage) {
   EXPECT_EQ(directory.Status, 2);
   EXPECT_NE(directory.Output.find("quorbin.ini: can't be read (Is a directory)" + all),
             std::string::npos);
-  for (const char* const wrong : {"--host a --ext .b", "--name x", "--prefix x", "--nothing", "x",
-                                  "--ext .x --name a/b", "--host"}) {
+  service.Replace("[Hosts]\nDefault=*deny\n");
+  EXPECT_EQ(Check(service).Status, 0);
+  for (const char* const wrong :
+       {"--host a --ext .b", "--name x", "--prefix x", "--nothing", "x", "--ext .x --name a/b",
+        "--ext .x --name 'x\\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
     EXPECT_EQ(Check(service, wrong).Status, 2) << wrong;
   }
   EXPECT_EQ(Check(service, "--version").Status, 0);
@@ -470,7 +473,7 @@ TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {
   const std::string classes = " (registry, " + service.Path("config/quorbin/classes.reg") + ")\n";
   const std::string view = service.Path("view");
   const std::string received = service.Path("tmp") + "/f$~.a b";
-  EXPECT_EQ(Check(service, "--ext .reg --name 'a b' --prefix '-x '").Output,
+  EXPECT_EQ(Check(service, "--ext .reg --name '/h/a b ' --prefix '-x '").Output,
             "settings: " + service.Path("quorbin.ini") + "\nextension asked: .reg (argument)\n" +
                 "extension ext_allow: 0 (default)\nextension default: *reg (default)\n"
                 "extension entry: none\nextension class: known" +

@@ -11,6 +11,7 @@
 #include "Lifecycle.hpp"
 #include "PeerClosed.hpp"
 #include "Protocol.hpp"
+#include "RemoteName.hpp"
 #include "StartViewer.hpp"
 #include "Text.hpp"
 #include "Words.hpp"
@@ -41,17 +42,11 @@ std::error_code OpenGenerated(Form1& form) {
   return OpenOutputFile(form);
 }
 
-// False for a name that still includes a directory, that no path can contain, or that would not
-// remain one argument in the quotation marks of an open command.
-bool IsUsable(std::string_view name) {
-  constexpr std::string_view never("/\0\"", 3);
-  return name.find_first_of(never) == name.npos && !name.ends_with('\\');
-}
-
 // Opens the file under the name that the sender gave. One that is not usable never reaches the
 // file system.
 std::error_code OpenAnnounced(Form1& form) {
-  if (!IsUsable(form.Session.FileName)) return std::make_error_code(std::errc::invalid_argument);
+  if (!IsUsableName(form.Session.FileName))
+    return std::make_error_code(std::errc::invalid_argument);
   form.Files.Kill(OutputPath(form.Session));
   return OpenOutputFile(form);
 }

@@ -30,6 +30,11 @@ std::string ReduceName(std::string_view value) {
   return std::string(RTrim(name));
 }
 
+bool IsUsableName(std::string_view name) {
+  constexpr std::string_view never("/\0\"", 3);
+  return !name.empty() && name.find_first_of(never) == name.npos && !name.ends_with('\\');
+}
+
 std::string DeriveExt(std::string_view FileName) {
   return std::string(FileName.substr(FileName.size() - std::min(FileName.size(), ExtLength)));
 }

@@ -30,6 +30,7 @@
 #include "PrivateProfile.hpp"
 #include "Protocol.hpp"
 #include "ReadFile.hpp"
+#include "RemoteName.hpp"
 #include "TcpListener.hpp"
 #include "UnixComputer.hpp"
 
@@ -134,7 +135,7 @@ Question QuestionOf(const Options& options) {
   if (options.Ext) {
     question.Extension = Transfer{.Ext = *options.Ext,
                                   .ViewerCmd = {},
-                                  .FileName = options.Name,
+                                  .FileName = ReduceName(options.Name),
                                   .KdoPrf = options.Prefix,
                                   .KdoExt = options.Suffix};
   }
@@ -223,7 +224,7 @@ can't be read, or wrong usage.)");
   if (name->count() > 0 && !options.Host && !options.Ext) {
     return Complain("--name goes with --host or --ext");
   }
-  if (options.Ext && options.Name.find_first_of("/\"") != std::string::npos) {
+  if (options.Ext && name->count() > 0 && !IsUsableName(ReduceName(options.Name))) {
     return Complain("--name: a file of that name would be received under a made-up one");
   }
   const Findings findings = CheckWith(options);
