@@ -1,7 +1,10 @@
 // The parts of the platform that can be tested without the service.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/eventfd.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,6 +20,7 @@
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "InstanceDir.hpp"
+#include "LocalListener.hpp"
 #include "OutputFiles.hpp"
 #include "Peer.hpp"
 #include "Printable.hpp"
@@ -186,6 +190,37 @@ TEST(PrivateProfile, AnEventSeesOneVersionOfTheFile) {
   loop.Run();
   std::remove(path.c_str());
   EXPECT_EQ(seen, "1113");
+}
+
+// Listening again after a connection must succeed when room or descriptors have become short. A
+// process of its own fills a small run-time directory, and its table of descriptors.
+TEST(LocalListener, OutlivesShortages) {
+  const std::string place = testing::TempDir() + "quorbin-full-" + std::to_string(::getpid());
+  std::filesystem::create_directory(place);
+  std::signal(SIGCHLD, SIG_DFL);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::setenv("XDG_RUNTIME_DIR", place.c_str(), 1);
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("", place.c_str(), "tmpfs", 0, "nr_inodes=10") != 0) {
+      ::_exit(1);
+    }
+    InstanceDir directory("Quorbin");
+    LocalListener listener(directory);
+    if (!directory.Claim() || listener.Listen()) ::_exit(2);
+    for (int i = 0; std::ofstream(place + "/" + std::to_string(i)); ++i) continue;
+    listener.Stop();
+    if (listener.Listen()) ::_exit(3);
+    std::filesystem::remove(place + "/0");
+    listener.Stop();
+    while (::dup(0) >= 0) continue;
+    ::_exit(listener.Listen() ? 4 : 0);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  std::filesystem::remove(place);
+  if (WEXITSTATUS(status) == 1) GTEST_SKIP() << "no rights to mount";
+  EXPECT_EQ(status, 0);
 }
 
 // A peer that has vanished is found on the connection, so that is where the options must hold.

@@ -1,7 +1,8 @@
 #include "LocalListener.hpp"
 
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include <utility>
 
 #include "LinkPlace.hpp"
 #include "LocalSocket.hpp"
@@ -17,15 +18,33 @@ constexpr int Backlog = 128;
 }  // namespace
 
 LocalListener::~LocalListener() {
-  if (published_) ::unlinkat(directory_.Descriptor(), LocalSocketName.data(), 0);
+  if (published_) RemoveFromDirectory(directory_.Descriptor(), LocalSocketName);
 }
 
 std::error_code LocalListener::Listen() {
   if (!directory_.Claimed()) return std::make_error_code(std::errc::no_such_file_or_directory);
-  const std::error_code error =
-      ListenInDirectory(directory_.Descriptor(), LocalSocketName, Backlog, socket_);
-  published_ = published_ || !error;
-  return error;
+  const int directory = directory_.Descriptor();
+  if (!published_) {
+    const std::error_code error = ListenInDirectory(directory, LocalSocketName, Backlog, socket_);
+    published_ = !error;
+    return error;
+  }
+  if (!next_ && BindNext(directory, LocalSocketName, next_)) {
+    // The directory may have no room for a second name.
+    RemoveFromDirectory(directory, LocalSocketName);
+    if (const std::error_code error = BindNext(directory, LocalSocketName, next_)) return error;
+  }
+  if (const std::error_code error = ListenOnNext(directory, LocalSocketName, Backlog, next_)) {
+    return error;
+  }
+  socket_ = std::move(next_);
+  return {};
+}
+
+void LocalListener::Stop() {
+  socket_.Reset();
+  // Now, with the descriptor that has just become free. If it fails, Listen tries again.
+  static_cast<void>(BindNext(directory_.Descriptor(), LocalSocketName, next_));
 }
 
 Arrival LocalListener::Accept() {

@@ -10,7 +10,8 @@ namespace quorbin {
 
 // The Unix stream socket "in" in the run-time directory, for peers of the same user. Such a socket
 // can't stop listening and begin again, so Stop closes it, which resets the peers that wait and
-// leaves a name that refuses all others, and Listen puts a new one in its place.
+// leaves a name that refuses all others, and Listen puts a new one in its place. That one is made
+// by Stop, with the descriptor of the old one: as with a port, listening again takes no descriptor.
 class LocalListener : public Listener {
  public:
   // The directory must outlive the listener and be claimed before Listen.
@@ -18,7 +19,7 @@ class LocalListener : public Listener {
   ~LocalListener() override;
 
   [[nodiscard]] std::error_code Listen() override;
-  void Stop() override { socket_.Reset(); }
+  void Stop() override;
   int Descriptor() const override { return socket_.Get(); }
   // A peer of another user has no address.
   Arrival Accept() override;
@@ -26,6 +27,7 @@ class LocalListener : public Listener {
  private:
   const InstanceDir& directory_;
   Fd socket_;
+  Fd next_;                 // between Stop and Listen
   bool published_ = false;  // the name in the directory is ours
 };
 

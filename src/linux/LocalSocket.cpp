@@ -17,6 +17,9 @@ namespace quorbin {
 
 namespace {
 
+// Of a socket that has not taken its place yet.
+std::string NextName(std::string_view name) { return std::string(name) + ".new"; }
+
 Fd UnixSocket() { return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)); }
 
 // Whether the name is free, or the socket under it is one that nobody listens on.
@@ -35,10 +38,8 @@ bool MayTake(int directory, const std::string& name) {
 
 }  // namespace
 
-std::error_code ListenInDirectory(int directory, std::string_view name, int backlog, Fd& listener) {
-  const std::string final(name);
-  const std::string fresh = final + ".new";
-  if (!MayTake(directory, final)) return std::make_error_code(std::errc::address_in_use);
+std::error_code BindNext(int directory, std::string_view name, Fd& next) {
+  const std::string fresh = NextName(name);
   Fd opened = UnixSocket();
   if (!opened) return LastError();
   ::unlinkat(directory, fresh.c_str(), 0);  // of a run that was killed before the rename
@@ -49,14 +50,36 @@ std::error_code ListenInDirectory(int directory, std::string_view name, int back
   const std::error_code error = LastError();
   ::umask(mask);
   if (bound != 0) return error;
-  if (::listen(opened.Get(), backlog) != 0 ||
-      ::renameat(directory, fresh.c_str(), directory, final.c_str()) != 0) {
-    const std::error_code failure = LastError();
-    ::unlinkat(directory, fresh.c_str(), 0);
-    return failure;
-  }
-  listener = std::move(opened);
+  next = std::move(opened);
   return {};
+}
+
+std::error_code ListenOnNext(int directory, std::string_view name, int backlog, const Fd& next) {
+  const std::string final(name);
+  if (::listen(next.Get(), backlog) != 0 ||
+      ::renameat(directory, NextName(name).c_str(), directory, final.c_str()) != 0) {
+    return LastError();
+  }
+  return {};
+}
+
+std::error_code ListenInDirectory(int directory, std::string_view name, int backlog, Fd& listener) {
+  const std::string final(name);
+  if (!MayTake(directory, final)) return std::make_error_code(std::errc::address_in_use);
+  Fd next;
+  std::error_code error = BindNext(directory, name, next);
+  if (!error) error = ListenOnNext(directory, name, backlog, next);
+  if (error) {
+    ::unlinkat(directory, NextName(name).c_str(), 0);
+  } else {
+    listener = std::move(next);
+  }
+  return error;
+}
+
+void RemoveFromDirectory(int directory, std::string_view name) {
+  ::unlinkat(directory, std::string(name).c_str(), 0);
+  ::unlinkat(directory, NextName(name).c_str(), 0);
 }
 
 bool IsSameUser(int peer) {

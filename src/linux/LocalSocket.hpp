@@ -15,6 +15,15 @@ namespace quorbin {
 // error is address_in_use. backlog: peers that may wait.
 std::error_code ListenInDirectory(int directory, std::string_view name, int backlog, Fd& listener);
 
+// The two halves of that, for a name that is ours already. The first makes a socket of that mode
+// beside it, which refuses every peer; the second, which takes neither a descriptor nor room in the
+// directory, lets it listen and puts it in place.
+std::error_code BindNext(int directory, std::string_view name, Fd& next);
+std::error_code ListenOnNext(int directory, std::string_view name, int backlog, const Fd& next);
+
+// Removes the socket of that name, and one beside it.
+void RemoveFromDirectory(int directory, std::string_view name);
+
 // Whether the process at the other end belonged to our user when it connected.
 bool IsSameUser(int peer);
 
