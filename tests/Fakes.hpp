@@ -201,7 +201,9 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
     Note("MsgBox ", title, ": ", text);
   }
   [[noreturn]] void End(int status) override { throw Noted(Ended(), "End ", status); }
-  std::optional<int> Shell(const std::string& line) override { return Noted(1234, "Shell ", line); }
+  std::optional<int> Shell(const std::string& line, const std::string& /*file*/) override {
+    return Noted(1234, "Shell ", line);
+  }
   void OpenInEditor(const std::string& path) override { Note("Edit ", path); }
   void SetLinkMode(int mode) override { Note("LinkMode ", mode); }
   std::map<std::string, std::string> environment = {{"TMP", "/t"}};

@@ -74,7 +74,7 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   OutputFiles files([&](const std::string& doomed) { processes.LetViewerTake(doomed); });
   const auto start = [&](const std::string& script) {
     std::ofstream(path) << "content";
-    return processes.Shell("sh -c \"" + script + "\" sh " + path);
+    return processes.Shell("sh -c \"" + script + "\" sh " + path, path);
   };
   const std::string move = "sleep 0.1; mv $1 " + kept;
 
@@ -86,10 +86,19 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   files.KillPrefix(folder + "/f");
   EXPECT_TRUE(std::filesystem::remove(kept));
 
+  // A file that another name begins with is not the viewer's.
+  auto begin = std::chrono::steady_clock::now();
+  const std::optional<int> other = start("exec sleep 60");
+  ASSERT_TRUE(other);
+  std::ofstream(folder + "/f") << "content";
+  files.Kill(folder + "/f");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+  EXPECT_EQ(kill(*other, SIGKILL), 0);
+
   // One that leaves the file where it is holds nothing up for long.
   const std::optional<int> viewer = start("exec sleep 60");
   ASSERT_TRUE(viewer);
-  const auto begin = std::chrono::steady_clock::now();
+  begin = std::chrono::steady_clock::now();
   files.Kill(path);
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));

@@ -79,7 +79,7 @@ void StartViewer(Form1& form) {
   if (RunsReceivedFile(line, path)) form.Files.MakeExecutable(path);
   std::string result(Resu::StartedTask);
   session.CommandLine = line;
-  session.Task = form.Process.Shell(std::string(RTrim(line)));
+  session.Task = form.Process.Shell(std::string(RTrim(line)), path);
   if (session.Task) result += std::to_string(*session.Task);
   form.FControl.Write(Field::resu, result);
 }

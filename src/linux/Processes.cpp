@@ -23,14 +23,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds TakesFile{500};  // after the start of a viewer
 constexpr std::chrono::microseconds LookPause{200};
 
-}  // namespace
-
-Processes::Processes(std::function<std::string()> editorCommand)
-    : editorCommand_(std::move(editorCommand)) {
-  std::signal(SIGCHLD, SIG_IGN);  // leaves no zombie
-}
-
-std::optional<int> Processes::Shell(const std::string& commandLine) {
+// Task number; nullopt if the program can't be started.
+std::optional<pid_t> Start(const std::string& commandLine) {
   std::vector<std::string> arguments = SplitCommandLine(commandLine);
   if (arguments.empty()) return {};
   // An argument can't contain a zero byte: it would end there, and the program would get a
@@ -67,8 +61,20 @@ std::optional<int> Processes::Shell(const std::string& commandLine) {
       posix_spawnp(&task, argv.front(), &actions, &attributes, argv.data(), environ) != 0) {
     return {};
   }
+  return task;
+}
+
+}  // namespace
+
+Processes::Processes(std::function<std::string()> editorCommand)
+    : editorCommand_(std::move(editorCommand)) {
+  std::signal(SIGCHLD, SIG_IGN);  // leaves no zombie
+}
+
+std::optional<int> Processes::Shell(const std::string& commandLine, const std::string& file) {
+  const std::optional<pid_t> task = Start(commandLine);
   ForgetOld();
-  started_.push_back({commandLine, task, Clock::now()});
+  if (task) started_.push_back({file, *task, Clock::now()});
   return task;
 }
 
@@ -80,7 +86,7 @@ void Processes::ForgetOld() {
 void Processes::LetViewerTake(const std::string& path) {
   ForgetOld();
   for (const Started& viewer : started_) {
-    if (viewer.commandLine.find(path) == viewer.commandLine.npos) continue;
+    if (viewer.file != path) continue;
     while (Clock::now() - viewer.when < TakesFile && ::kill(viewer.task, 0) == 0 &&
            ::access(path.c_str(), F_OK) == 0) {
       std::this_thread::sleep_for(LookPause);
@@ -96,7 +102,7 @@ void Processes::OpenInEditor(const std::string& path) {
   // for the rights that are needed there.
   std::error_code unresolved;
   const std::string file = std::filesystem::canonical(path, unresolved).string();
-  Shell(command.replace(place, 2, unresolved ? path : file));
+  Start(command.replace(place, 2, unresolved ? path : file));
 }
 
 }  // namespace quorbin

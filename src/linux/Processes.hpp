@@ -20,7 +20,7 @@ class Processes : public ProcessStarter {
   // The open command of the user's text editor, with "%1" for the file; empty if there is none.
   explicit Processes(std::function<std::string()> editorCommand);
 
-  std::optional<int> Shell(const std::string& commandLine) override;
+  std::optional<int> Shell(const std::string& commandLine, const std::string& file) override;
   void OpenInEditor(const std::string& path) override;
 
   // To be called before a received file is deleted. A viewer that was given it and has only just
@@ -30,7 +30,7 @@ class Processes : public ProcessStarter {
 
  private:
   struct Started {
-    std::string commandLine;
+    std::string file;
     pid_t task;
     std::chrono::steady_clock::time_point when;
   };

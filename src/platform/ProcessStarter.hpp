@@ -9,11 +9,11 @@ namespace quorbin {
 
 class ProcessStarter : public PlatformInterface {
  public:
-  // Starts the command line as a new process in a normal window with the focus and does not wait
-  // for it. Returns its task number, nullopt if it could not be started. Blanks and tabs separate
-  // the arguments, double quotes group, a backslash is itself except before a double quote; no
-  // shell is involved.
-  virtual std::optional<int> Shell(const std::string& commandLine) = 0;
+  // Starts the command line, which opens the file, as a new process in a normal window with the
+  // focus and does not wait for it. Returns its task number, nullopt if it could not be started.
+  // Blanks and tabs separate the arguments, double quotes group, a backslash is itself except
+  // before a double quote; no shell is involved.
+  virtual std::optional<int> Shell(const std::string& commandLine, const std::string& file) = 0;
 
   // Opens the file, or the one that the link leads to, in the user's editor for plain text; a
   // failure has no effect.

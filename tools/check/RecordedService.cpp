@@ -57,7 +57,8 @@ std::string RecordingResolver::ResolverName(const std::string& ResolverAddress) 
   return name;
 }
 
-std::optional<int> RecordingStarter::Shell(const std::string& commandLine) {
+std::optional<int> RecordingStarter::Shell(const std::string& commandLine,
+                                           const std::string& /*file*/) {
   trace_.Started.push_back(commandLine);
   return {};
 }

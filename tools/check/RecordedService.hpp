@@ -114,7 +114,7 @@ class RecordingResolver final : public AddressResolver {
 class RecordingStarter final : public ProcessStarter {
  public:
   explicit RecordingStarter(Trace& trace) : trace_(trace) {}
-  std::optional<int> Shell(const std::string& commandLine) override;
+  std::optional<int> Shell(const std::string& commandLine, const std::string& file) override;
   void OpenInEditor(const std::string& /*path*/) override {}
 
  private:
