@@ -28,9 +28,10 @@ STOP = 4  # the queue stops, the job stays in it
 CANCEL = 5  # the job ends, the queue goes on
 RETRY_CURRENT = 7  # the job starts again at once, before all later ones, however often
 
-# Of quorbin-send: the connection alone has failed. Of setpriv: there is no quorbin-send to run.
+# Of quorbin-send: the desktop has refused the file, or the content can't be sent; the connection
+# alone has failed. Above 1 is wrong usage, and what setpriv has if there is no quorbin-send to run.
+REFUSED = 1
 SEND_LATER = 75
-NOT_RUN = (126, 127)
 
 # Seconds that one start of the backend waits for a desktop before it has itself started again. The
 # scheduler cancels a job that runs longer than MaxJobTime (three hours) and counts from each start.
@@ -41,6 +42,8 @@ WAIT_IN_CLASS = 5
 BUSY = 2  # seconds that one try gives a desktop which another sender keeps busy
 FIRST_PAUSE, LONGEST_PAUSE = 1, 30  # seconds between two tries; each pause is twice the last one
 PR_SET_PDEATHSIG = 1  # <sys/prctl.h>: a signal for the process when its parent ends
+
+AWAITED = (signal.SIGTERM, signal.SIGCHLD)  # during a try
 
 PROGRESS_STEP = 2  # seconds between two messages about a transfer
 
@@ -89,11 +92,12 @@ def read_device(uri):
     """Host, port and options of the queue."""
     try:
         parts = urllib.parse.urlsplit(uri)
-        host, port = parts.hostname, parts.port or DEFAULT_PORT
+        host, port = urllib.parse.unquote(parts.hostname or ""), parts.port or DEFAULT_PORT
         options = dict(urllib.parse.parse_qsl(parts.query, keep_blank_values=True))
     except ValueError as error:
         raise End(STOP, f"The device URI is wrong: {error}") from error
-    if parts.scheme != "quorbin" or not host or parts.path not in ("", "/"):
+    zero_byte = "\0" in urllib.parse.unquote(uri)  # which no argument can hold
+    if parts.scheme != "quorbin" or not host or parts.path not in ("", "/") or zero_byte:
         raise End(STOP, "The device URI is not of the form quorbin://HOST[:PORT]/[?OPTIONS]")
     for name in options:
         if name not in OPTIONS:
@@ -154,13 +158,17 @@ class Progress:
         self.reached = self.received = 0  # files from the job's beginning on
         try:
             with open(self.path, encoding="ascii") as file:
-                job, run, reached, received = file.read().split()
-        except (OSError, ValueError):
+                job, run, *counts = file.read().split()
+            reached, received = map(int, counts)
+        except FileNotFoundError:
             return  # the queue's first job
+        except (OSError, ValueError) as error:
+            say("WARNING", f"Can't read what has been received: {error}")
+            return
         if self.job and job == self.job:
-            self.received = int(received)
+            self.received = received
             if run == self.run:
-                self.reached = int(reached)
+                self.reached = reached
 
     def next_is_received(self):
         """Goes on to the job's next file; whether that one has been received."""
@@ -200,6 +208,9 @@ def suffixes_of(mime_type):
             tree = xml.etree.ElementTree.parse(f"{database}/{mime_type}.xml")
         except FileNotFoundError:
             continue
+        except (OSError, xml.etree.ElementTree.ParseError) as error:
+            say("WARNING", f"{database}/{mime_type}.xml: {error}")
+            continue
         globs = (glob.get("pattern", "") for glob in tree.iter(MIME_GLOB))
         return [glob[1:] for glob in globs if re.fullmatch(r"\*\.[\w.+-]+", glob)]
     return []
@@ -209,11 +220,13 @@ def some_type_has(suffix):
     """Whether the database knows files with that suffix."""
     for database in MIME_DATABASES:
         try:
-            with open(f"{database}/globs2", encoding="utf-8") as lines:
+            with open(f"{database}/globs2", encoding="utf-8", errors="replace") as lines:
                 if any(line.rstrip("\n").endswith(f":*{suffix.lower()}") for line in lines):
                     return True
         except FileNotFoundError:
             continue
+        except OSError as error:
+            say("WARNING", f"{error}")
     return False
 
 
@@ -271,50 +284,68 @@ def open_content(arguments, final_type):
     return content
 
 
+def let_signals_through():
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, AWAITED)
+
+
 def position(content):
     """Bytes that quorbin-send has read: it reads by our descriptor, so we share the position."""
     return os.lseek(content.fileno(), 0, os.SEEK_CUR)
 
 
-def send(command, content, desk):
-    """One try. Returns the exit status of quorbin-send, and what it said."""
+def send(command, content, desk, note):
+    """One try. Returns the exit status of quorbin-send, and what it said.
+
+    Calls note if the desktop has received the file. The signal that ends the backend is taken only
+    while quorbin-send runs, so that it does not come between the two.
+    """
     os.lseek(content.fileno(), 0, os.SEEK_SET)
     size = os.fstat(content.fileno()).st_size
-    with subprocess.Popen(command, stdin=content, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT) as process:
-        try:
-            while True:
-                try:
-                    said, _ = process.communicate(timeout=PROGRESS_STEP)
-                    break
-                except subprocess.TimeoutExpired:
+    ended = False
+    signal.pthread_sigmask(signal.SIG_BLOCK, AWAITED)
+    try:
+        with (tempfile.TemporaryFile() as said,
+              subprocess.Popen(command, stdin=content, stdout=said, stderr=subprocess.STDOUT,
+                               preexec_fn=let_signals_through) as process):
+            while process.poll() is None:
+                event = signal.sigtimedwait(AWAITED, PROGRESS_STEP)
+                if event is None:
                     percent = position(content) * 100 // max(size, 1)
                     say("ATTR", f"job-media-progress={percent}")
                     say("INFO", f"{percent} % sent to {desk}.")
-        except BaseException:
-            process.terminate()  # the desktop drops what came so far when the connection closes
-            raise
-    reason = said.decode("utf-8", "replace").strip()
+                elif event.si_signo == signal.SIGTERM:
+                    process.terminate()  # the desktop drops what came so far
+                    ended = True
+            said.seek(0)
+            reason = said.read().decode("utf-8", "replace").strip()
+        if process.returncode == 0:
+            note()
+        if ended:
+            sys.exit(RETRY_CURRENT)
+    finally:
+        let_signals_through()
     return process.returncode, reason.removeprefix("quorbin-send: ").removeprefix("-: ")
 
 
-def deliver(command, content, desk, patience):
+def deliver(command, content, desk, patience, note):
     """Tries until the desktop has received the file or refused it, or patience (s) is over."""
     give_up = time.monotonic() + patience
     pause, refused = FIRST_PAUSE, False
     while True:
-        status, reason = send(command, content, desk)
+        status, reason = send(command, content, desk, note)
         if status == 0:
             return
-        if status in NOT_RUN:
-            raise End(STOP, f"quorbin-send can't be run: {reason}")
-        if status in (SEND_LATER, -signal.SIGTERM):
+        if status < 0:
+            reason = f"quorbin-send was ended by signal {-status}"
+        if status == SEND_LATER or status < 0:
             refused = False
             say("STATE", "+connecting-to-device")
             say("INFO", f"Waiting for {desk}: {reason}")
             if time.monotonic() + pause > give_up:
                 time.sleep(pause)
                 raise End(RETRY_CURRENT, f"Waiting for {desk}: {reason}")
+        elif status != REFUSED:
+            raise End(STOP, f"quorbin-send has failed with status {status}: {reason}")
         else:
             # A service that ends just then closes the connection as one that refuses the host. So
             # a refusal counts when it comes twice, unless content has been sent.
@@ -359,11 +390,10 @@ def run(arguments):
                 continue
             say("INFO", f"Sending {name} to {desk}.")
             try:
-                deliver([*command, f"--name={name}", "-"], content, desk, patience)
+                deliver([*command, f"--name={name}", "-"], content, desk, patience, progress.add)
             except BaseException:
                 progress.start_over()
                 raise
-            progress.add()
             say("STATE", "-connecting-to-device")
             say("INFO", f"{name} has been received by {desk}.")
             if from_file:
@@ -385,7 +415,7 @@ def end_with_the_scheduler():
 
 
 def main():
-    # Whoever ends the backend, the job has not come through; of a canceled one nothing is retried.
+    # Whoever ends the backend, the job goes on from the note; of a canceled one nothing is retried.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(RETRY_CURRENT))
     end_with_the_scheduler()
     if len(sys.argv) == 1:
