@@ -256,6 +256,11 @@ TEST(Record, OneEntryForEachConnection) {
        admitted + text + "BYTES=8 " + viewer, true},
       {"", "$FILE$:a.txt|$DATA$|xyz|(closed)",
        admitted + text + "BYTES=3 RESULT=transfer broken off ", true},
+      {"", "$FILE$:a.txt|$DATA$|lost|(full)|xyz|$EOF$",
+       admitted + "FILE=temp814724.tmp MOVED_FROM=a.txt MOVED_BY=28 No space left on device " +
+           "EXTENSION=.txt BYTES=3 COMMAND=view \"/t/f$~.temp814724.tmp\" TASK=1234 "
+           "RESULT=viewer started ",
+       true},
       {"", "(closed)", admitted + "RESULT=closed by the peer ", false},
       {"", "(error)", admitted + "RESULT=closed by the peer ERROR=104 reset ", true},
   };
@@ -265,7 +270,9 @@ TEST(Record, OneEntryForEachConnection) {
     std::istringstream chunks(row.Chunks);
     for (std::string chunk; std::getline(chunks, chunk, '|');) {
       bool cancelDisplay = false;
-      if (chunk == "(closed)") {
+      if (chunk == "(full)") {
+        world.files.failWrite = {1};
+      } else if (chunk == "(closed)") {
         PeerClosed(world.form);
       } else if (chunk == "(error)") {
         Error(world.form, 104, "reset", cancelDisplay);

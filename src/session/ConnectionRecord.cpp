@@ -14,7 +14,7 @@ void RecordConnection(Form1& form, std::string_view outcome, Ending ending) {
                                 std::chrono::steady_clock::now() - session.Begin)
                                 .count();
   JournalEntry entry;
-  entry.Warning = ending == Ending::Bad || !session.LastError.empty();
+  entry.Warning = ending == Ending::Bad || !session.LastError.empty() || !session.MovedBy.empty();
   const auto add = [&entry](std::string_view name, std::string_view value) {
     if (!value.empty()) entry.Fields.push_back({name, std::string(value)});
   };
@@ -23,6 +23,8 @@ void RecordConnection(Form1& form, std::string_view outcome, Ending ending) {
   add("DECIDED_BY", session.DecidedBy);
   add("PEER_VERSION", session.PeerVersion);
   add("FILE", session.FileName);
+  add("MOVED_FROM", session.MovedFrom);
+  add("MOVED_BY", session.MovedBy);
   add("EXTENSION", session.Ext);
   if (session.InDataPhase) add("BYTES", std::to_string(session.TotalBytes));
   add("COMMAND", session.CommandLine);
@@ -34,6 +36,7 @@ void RecordConnection(Form1& form, std::string_view outcome, Ending ending) {
   std::string& line = entry.Message;
   line = session.PeerAddress + " " + std::string(verdict) + " by " + session.DecidedBy + ": ";
   if (!session.FileName.empty()) line += session.FileName + ", ";
+  if (!session.MovedBy.empty()) line += "moved there by error " + session.MovedBy + ", ";
   if (session.InDataPhase) line += std::to_string(session.TotalBytes) + " bytes, ";
   line += outcome;
   if (session.Task) line += " (task " + std::to_string(*session.Task) + ")";

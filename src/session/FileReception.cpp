@@ -35,9 +35,12 @@ std::error_code OpenOutputFile(Form1& form) {
   return binary ? form.Files.OpenForBinary(path) : form.Files.OpenForOutput(path);
 }
 
-// Moves the transfer to a generated name. What is in the old file stays there.
-std::error_code OpenGenerated(Form1& form) {
-  form.Session.FileName = GeneratedName(form);
+// Moves the transfer to a generated name after an error. What is in the old file stays there.
+std::error_code OpenGenerated(Form1& form, const std::error_code& reason) {
+  TransferSession& session = form.Session;
+  session.MovedBy = ErrorText(reason.value(), reason.message());
+  if (session.MovedFrom.empty()) session.MovedFrom = session.FileName;
+  session.FileName = GeneratedName(form);
   form.FControl.Write(Field::dateiname, OutputPath(form.Session));
   return OpenOutputFile(form);
 }
@@ -133,9 +136,9 @@ std::error_code WriteBinary(Form1& form) { return form.Files.Write(form.Session.
 void TextChunk(Form1& form, std::int64_t ChunkLen) {
   form.Session.TotalBytes += ChunkLen;
   const bool last = TakeEndMarker(form.Session.RecvBuf);
-  if (WriteText(form)) {
+  if (std::error_code error = WriteText(form)) {
     form.Files.Close();
-    std::error_code error = OpenGenerated(form);
+    error = OpenGenerated(form, error);
     form.Session.TotalBytes = ChunkLen;  // what came before is not in this file
     form.FControl.Write(Field::aktion, Aktion::Writing);
     if (!error) error = WriteText(form);
@@ -179,9 +182,9 @@ void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
     form.FControl.Write(Field::aktion, Aktion::WritingBinary);
     LogBlock(form, ChunkLen);
   }
-  if (WriteBinary(form)) {
+  if (std::error_code error = WriteBinary(form)) {
     form.Files.Close();
-    std::error_code error = OpenGenerated(form);
+    error = OpenGenerated(form, error);
     session.TotalBytes = counted;  // what came before is not in this file
     form.FControl.Write(Field::aktion, Aktion::WritingBinary);
     LogBlock(form, ChunkLen);
@@ -217,8 +220,8 @@ void AcceptData(Form1& form) {
   }
   if (session.FileName.empty()) session.FileName = GeneratedName(form);
   form.FControl.Write(Field::dateiname, OutputPath(form.Session));
-  if (OpenAnnounced(form)) {
-    if (const std::error_code error = OpenGenerated(form)) {
+  if (const std::error_code reason = OpenAnnounced(form)) {
+    if (const std::error_code error = OpenGenerated(form, reason)) {
       GiveUpTransfer(form, error);
       return;
     }

@@ -20,9 +20,13 @@ void PeerClosed(Form1& form) {
                    brokenOff ? Ending::Bad : Ending::Good);
 }
 
+std::string ErrorText(int Number, const std::string& Description) {
+  return std::to_string(Number) + " " + Description;
+}
+
 void LogError(Form1& form, int Number, const std::string& Description) {
   form.FControl.AppendLine(std::string(LogLine::Error) + NumberText(Number) + " " + Description);
-  form.Session.LastError = std::to_string(Number) + " " + Description;
+  form.Session.LastError = ErrorText(Number, Description);
 }
 
 }  // namespace quorbin

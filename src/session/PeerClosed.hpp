@@ -12,6 +12,9 @@ namespace quorbin {
 // received files are deleted, and the program listens again. Also the Close event.
 void PeerClosed(Form1& form);
 
+// An error as the journal has it.
+std::string ErrorText(int Number, const std::string& Description);
+
 // Appends "Error: " with number and text to the log, at every LogLevel.
 void LogError(Form1& form, int Number, const std::string& Description);
 

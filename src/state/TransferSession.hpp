@@ -54,6 +54,8 @@ struct TransferSession : SessionSettings {
   std::string CommandLine;  // of the viewer that was started, or was to be
   std::optional<int> Task;  // its number; nullopt if none was started
   std::string LastError;    // number and text of the last line "Error: " of the log
+  std::string MovedFrom;    // announced name, if the transfer went on under a generated one
+  std::string MovedBy;      // number and text of the error that was the reason, the last if two
   std::chrono::steady_clock::time_point Begin = std::chrono::steady_clock::now();
 };
 
