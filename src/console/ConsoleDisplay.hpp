@@ -14,7 +14,7 @@ namespace quorbin {
 // The status fields on standard output: at the end of each event a line "field: text" for every
 // field that has changed since it was last shown, in the order of the last writes, and one for
 // every line appended to Satz. Of a long text only the beginning is shown, with its length.
-class ConsoleDisplay : public StatusDisplay {
+class ConsoleDisplay final : public StatusDisplay {
  public:
   // print takes all lines of one event at once.
   explicit ConsoleDisplay(std::function<void(std::string_view)> print) : print_(std::move(print)) {}

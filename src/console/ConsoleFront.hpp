@@ -57,7 +57,7 @@ class ConsoleFront final : public Front {
   ShellTray& Tray() override { return tray_; }
   void SetEvents(Events events) override { events_ = std::move(events); }
   void ShowMessage(const std::string& text, const std::string& title) override {
-    std::cerr << title << ": " << text << std::endl;
+    std::cerr << title << ": " << text << "\n";
   }
   void UserSignal() override {
     checkLog_ = !checkLog_;

@@ -17,7 +17,7 @@ namespace quorbin {
 // The link channel over the Unix stream socket "qbstop" in the run-time directory. Lines ended by
 // LF, answered in order, one line each: "execute COMMAND", "request ITEM", "notify ITEM". Only
 // processes of the same user are served.
-class LinkServer : public LinkChannel {
+class LinkServer final : public LinkChannel {
  public:
   static constexpr std::size_t MaxClients = 16;  // a new one replaces the longest silent one
 

@@ -12,7 +12,7 @@ namespace quorbin {
 // can't stop listening and begin again, so Stop closes it, which resets the peers that wait and
 // leaves a name that refuses all others, and Listen puts a new one in its place. That one is made
 // by Stop, with the descriptor of the old one: as with a port, listening again takes no descriptor.
-class LocalListener : public Listener {
+class LocalListener final : public Listener {
  public:
   // The directory must outlive the listener and be claimed before Listen.
   explicit LocalListener(const InstanceDir& directory) : directory_(directory) {}

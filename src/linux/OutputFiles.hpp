@@ -10,7 +10,7 @@
 
 namespace quorbin {
 
-class OutputFiles : public FileSystem {
+class OutputFiles final : public FileSystem {
  public:
   // beforeDeletion is called with each path that is about to be deleted, and may wait.
   explicit OutputFiles(std::function<void(const std::string& path)> beforeDeletion =

@@ -58,7 +58,7 @@ std::vector<std::string> FindKeys(std::string_view file, std::string_view sectio
 // event, so that all answers of one event come from one version of a file that is replaced
 // meanwhile, and a change counts from the next event on. If a read fails for a lack of resources,
 // the version last read still counts: a lack of descriptors must not lift a refusal.
-class PrivateProfile : public SettingsFile {
+class PrivateProfile final : public SettingsFile {
  public:
   // The loop's deferred tasks mark the end of an event; it must outlive the object. Start-up is one
   // event.

@@ -15,7 +15,7 @@ namespace quorbin {
 // Starts programs in a session of their own, with standard input empty, standard output and error
 // those of the service, no other descriptor, and every signal at its default. The system reaps
 // them: the end of a viewer is not reported.
-class Processes : public ProcessStarter {
+class Processes final : public ProcessStarter {
  public:
   // The open command of the user's text editor, with "%1" for the file; empty if there is none.
   explicit Processes(std::function<std::string()> editorCommand);

@@ -20,7 +20,7 @@ namespace quorbin {
 
 // Winsock over the system's stream sockets: TCP, dual-stack where the system has IPv6, or the Unix
 // socket in the run-time directory.
-class StreamSocket : public Winsock {
+class StreamSocket final : public Winsock {
  public:
   // Loop and directory must outlive the socket.
   StreamSocket(EventLoop& loop, const InstanceDir& directory);

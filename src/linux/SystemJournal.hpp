@@ -10,7 +10,7 @@ namespace quorbin {
 // The journal of systemd, with its named fields; where that does not run when the program starts,
 // the line alone goes to the local syslog daemon. Both take datagrams. They are sent here and not
 // by sd_journal_send() or syslog(), which wait for a daemon whose queue is full.
-class SystemJournal : public Journal {
+class SystemJournal final : public Journal {
  public:
   static constexpr const char* JournalSocket = "/run/systemd/journal/socket";
   static constexpr const char* SyslogSocket = "/dev/log";

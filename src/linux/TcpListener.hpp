@@ -20,7 +20,7 @@ namespace quorbin {
 // - SO_REUSEPORT shares a port among sockets of one user that all set it. It is set after the bind,
 //   so that a later Listen succeeds while connections of our own are still closing. A second copy
 //   of the program binds without it and fails.
-class TcpListener : public Listener {
+class TcpListener final : public Listener {
  public:
   std::int32_t Port() const { return port_; }
   // To be called before Listen. 0: the system picks one at the first Listen, which is then kept.

@@ -11,7 +11,7 @@ namespace quorbin {
 // The full path of the running executable, links resolved.
 std::string ExecutablePath();
 
-class UnixComputer : public Computer {
+class UnixComputer final : public Computer {
  public:
   using MessageBox = std::function<void(const std::string& text, const std::string& title)>;
 
