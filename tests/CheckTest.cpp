@@ -1,9 +1,10 @@
 // quorbin-check: its warnings on damaged settings, and its explanations beside what the built
 // service does.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,9 +16,16 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-struct Outcome {
-  int Status = -1;
-  std::string Output;
+using testing::HasSubstr;
+
+// What the checker says in the surroundings of a service about that service's settings.
+struct Check : Outcome {
+  explicit Check(const Service& service, const std::string& arguments = {})
+      : Outcome(RunShell(
+            "export TMP=" + service.Path("tmp") + " XDG_CONFIG_HOME=" + service.Path("config") +
+            " XDG_RUNTIME_DIR=" + service.Path("run") +
+            " XDG_DATA_DIRS=/nowhere XDG_DATA_HOME=/nowhere; " QUORBIN_CHECK " --settings " +
+            service.Path("quorbin.ini") + " " + arguments)) {}
   // The value of the fact or explanation, without its origin; "(absent)" if it is not there.
   std::string Value(const std::string& name) const {
     std::istringstream lines(Output);
@@ -29,20 +37,6 @@ struct Outcome {
     return "(absent)";
   }
 };
-
-// The checker in the surroundings of a service, on that service's settings.
-Outcome Check(const Service& service, const std::string& arguments = {}) {
-  const std::string command =
-      "TMP=" + service.Path("tmp") + " XDG_CONFIG_HOME=" + service.Path("config") +
-      " XDG_RUNTIME_DIR=" + service.Path("run") +
-      " XDG_DATA_DIRS=/nowhere XDG_DATA_HOME=/nowhere " QUORBIN_CHECK " --settings " +
-      service.Path("quorbin.ini") + " " + arguments + " 2>&1";
-  Outcome outcome;
-  FILE* const pipe = ::popen(command.c_str(), "r");
-  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) outcome.Output += static_cast<char>(c);
-  outcome.Status = WEXITSTATUS(::pclose(pipe));
-  return outcome;
-}
 
 // A service whose settings are the text alone; the registry has a free port for it.
 struct PlainService : Service {
@@ -202,7 +196,7 @@ TEST(QuorbinCheck, WarnsOfDamagedSettings) {
       const bool onLine = warning.front() >= '0' && warning.front() <= '9';
       expected += "warning: " + (onLine ? service.Path("quorbin.ini") + ":" : "") + warning + "\n";
     }
-    const Outcome outcome = Check(service, "--quiet");
+    const Check outcome(service, "--quiet");
     EXPECT_EQ(outcome.Output, expected) << settings;
     EXPECT_EQ(outcome.Status, warnings.empty() ? 0 : 1) << settings;
   }
@@ -236,33 +230,33 @@ TEST(QuorbinCheck, WarnsOfTheSurroundings) {
   service.Replace("[Global]\nPort=" + port + "\n[Hosts]\nDefault=*deny\n");
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(Check(service, "--quiet").Output, "");
-  const Outcome stranger = Check(
+  const Check stranger(
       service, "--quiet; XDG_RUNTIME_DIR=/nowhere " QUORBIN_CHECK " --quiet --settings " + file);
-  EXPECT_NE(
-      stranger.Output.find(": port " + port + " can't be listened on: Address already in use"),
-      std::string::npos);
+  EXPECT_THAT(stranger.Output,
+              HasSubstr(": port " + port + " can't be listened on: Address already in use"));
 }
 
 TEST(QuorbinCheck, UnreadableSettingsAndWrongUsage) {
   const PlainService service;
   const std::string all = ": every setting has its default, and everybody is let in\n";
   fs::remove(service.Home / "quorbin.ini");
-  const Outcome missing = Check(service);
+  const Check missing(service);
   EXPECT_EQ(missing.Status, 2);
-  EXPECT_NE(missing.Output.find("quorbin.ini: can't be read (No such file or directory)" + all),
-            std::string::npos);
+  EXPECT_THAT(missing.Output,
+              HasSubstr("quorbin.ini: can't be read (No such file or directory)" + all));
   EXPECT_EQ(missing.Value("Hosts Default"), "*allow");
   EXPECT_EQ(Check(service, "--host 10.0.0.7").Status, 2);
   fs::create_directory(service.Home / "quorbin.ini");
-  const Outcome directory = Check(service, "--quiet");
+  const Check directory(service, "--quiet");
   EXPECT_EQ(directory.Status, 2);
-  EXPECT_NE(directory.Output.find("quorbin.ini: can't be read (Is a directory)" + all),
-            std::string::npos);
-  service.Replace("[Hosts]\nDefault=*deny\n");
+  EXPECT_THAT(directory.Output, HasSubstr("quorbin.ini: can't be read (Is a directory)" + all));
+  service.Replace("[Hosts]
+Default=*deny
+");
   EXPECT_EQ(Check(service).Status, 0);
   for (const char* const wrong :
        {"--host a --ext .b", "--name x", "--prefix x", "--nothing", "x", "--ext .x --name a/b",
-        "--ext .x --name 'x\\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
+        "--ext .x --name 'x\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
     EXPECT_EQ(Check(service, wrong).Status, 2) << wrong;
   }
   EXPECT_EQ(Check(service, "--version").Status, 0);
@@ -272,7 +266,7 @@ TEST(QuorbinCheck, ValuesAndWhereTheyComeFrom) {
   const PlainService service(
       "[Global]\nControl=1\nPrefix=abc\n[Extensions]\nTxt=*deny\nDefault=*allow\n[Hosts]\n");
   const std::string file = service.Path("quorbin.ini");
-  const Outcome outcome = Check(service);
+  const Check outcome(service);
   for (const std::string& line : Strings{
            "settings: " + file,
            "Global Control: 1 (" + file + ":2)",
@@ -288,8 +282,7 @@ TEST(QuorbinCheck, ValuesAndWhereTheyComeFrom) {
            "Extensions Default: *reg (" + file + ":6)",
            "Extensions Txt: *deny (" + file + ":5)",
        }) {
-    EXPECT_NE(outcome.Output.find(line + "\n"), std::string::npos) << line << "\n"
-                                                                   << outcome.Output;
+    EXPECT_THAT(outcome.Output, HasSubstr(line + "\n"));
   }
   EXPECT_EQ(outcome.Value("Hosts Default"), "(absent)");  // not read in link mode
 }
@@ -298,9 +291,10 @@ struct HostRow {
   std::string Settings;
   std::string Verdict;
   std::string LinkCommand = {};  // before the peer comes
+  std::string Peer = "127.0.0.1";
 };
 
-// 127.0.0.1, whose name is localhost, as the peer.
+// The name of 127.0.0.1 is localhost.
 TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
   const HostRow rows[] = {
       // What the default is
@@ -337,18 +331,21 @@ TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
        "con 127.0.0.1"},
       {"[Global]\nControl=1\n", "undecided: the table of the running service decides",
        "con 10.0.0.7"},
+      // The other family
+      {"[Hosts]\nDefault=*deny\n::1=*allow\n", "admitted by ::1=*allow", "", "::1"},
+      {"[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n", "refused by Default=*deny", "", "::1"},
+      {"[Hosts]\nDefault=*deny\n0::1=*allow\n", "refused by Default=*deny", "", "::1"},
   };
-  for (const auto& [settings, verdict, linkCommand] : rows) {
+  for (const auto& [settings, verdict, linkCommand, peer] : rows) {
     PlainService service(settings);
     ASSERT_TRUE(service.Start()) << settings;
     if (!linkCommand.empty()) {
-      const std::string con = "XDG_RUNTIME_DIR=" + service.Path("run") +
-                              " " QUORBIN_LINK " execute '" + linkCommand + "' >/dev/null";
-      ASSERT_EQ(std::system(con.c_str()), 0);
+      const std::string execute = " " QUORBIN_LINK " execute '" + linkCommand + "'";
+      ASSERT_EQ(RunShell("XDG_RUNTIME_DIR=" + service.Path("run") + execute).Status, 0);
     }
-    const Outcome outcome = Check(service, "--host 127.0.0.1");
+    const Check outcome(service, "--host " + peer);
     EXPECT_EQ(outcome.Value("host verdict"), verdict) << settings;
-    const bool admitted = service.Connect().Talk("$VERSION$:1") == "+OK1.1.03";
+    const bool admitted = service.Connect(peer == "::1").Talk("$VERSION$:1") == "+OK1.1.03";
     if (verdict.starts_with("undecided")) {
       EXPECT_EQ(admitted, linkCommand == "con 127.0.0.1");
       EXPECT_EQ(outcome.Status, 1);
@@ -356,19 +353,6 @@ TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
       EXPECT_EQ(admitted, verdict.starts_with("admitted")) << settings;
       EXPECT_EQ(outcome.Status, admitted ? 0 : 1) << settings;
     }
-  }
-}
-
-TEST(QuorbinCheck, PeersOfTheOtherFamilyAreTreatedAsExplained) {
-  for (const auto& [entry, verdict] : {std::pair{"::1=*allow", "admitted"},
-                                       {"127.0.0.1=*allow", "refused"},
-                                       {"0::1=*allow", "refused"}}) {
-    PlainService service("[Hosts]\nDefault=*deny\n" + std::string(entry) + "\n");
-    ASSERT_TRUE(service.Start());
-    const Outcome outcome = Check(service, "--host ::1");
-    EXPECT_TRUE(outcome.Value("host verdict").starts_with(verdict)) << entry;
-    const bool admitted = service.Connect(true).Talk("$VERSION$:1") == "+OK1.1.03";
-    EXPECT_EQ(admitted ? "admitted" : "refused", std::string(verdict)) << entry;
   }
 }
 
@@ -385,7 +369,7 @@ TEST(QuorbinCheck, ExplainsAHostStepByStep) {
                 "host entry of the name: *allow (" + file + ":5)\n" +
                 "host verdict: admitted by pca=*allow\n" + "warning: " + file +
                 ":4: '10.0.0.7=*deny' is what Default says, so the name of the peer decides\n");
-  const Outcome outcome = Check(service, "--host ::1 --name other");
+  const Check outcome(service, "--host ::1 --name other");
   EXPECT_EQ(outcome.Value("host entry of the name"), "none");
   EXPECT_EQ(outcome.Value("host verdict"), "refused by Default=*deny");
 }
@@ -434,8 +418,8 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
     service.Replace("[Extensions]\n" + settings + "\n[Hosts]\nDefault=*allow\n");
     // In front of a program it would be the program.
     const std::string prefix = ext == ".EXE" ? "" : "-p ";
-    const Outcome outcome =
-        Check(service, "--ext '" + ext + "' --name f --prefix '" + prefix + "' --suffix -s");
+    const Check outcome(service,
+                        "--ext '" + ext + "' --name f --prefix '" + prefix + "' --suffix -s");
     EXPECT_EQ(outcome.Value("extension verdict"), verdict) << settings;
     EXPECT_EQ(outcome.Status, verdict.starts_with("opened") ? 0 : 1) << settings;
 
@@ -461,7 +445,7 @@ TEST(QuorbinCheck, DeniedParametersAreTreatedAsExplained) {
   PlainService service("[Global]\nParameters=*deny\n[Hosts]\nDefault=*allow\n");
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(Check(service, "--ext .reg").Value("extension verdict"), "opened");
-  const Outcome outcome = Check(service, "--ext .reg --suffix x");
+  const Check outcome(service, "--ext .reg --suffix x");
   EXPECT_EQ(outcome.Value("extension verdict"),
             "refused: Parameters is *deny, so the sender's texts draw -PARAM");
   EXPECT_EQ(outcome.Status, 1);
@@ -508,36 +492,33 @@ TEST(QuorbinCheck, ReadmeSession) {
       if (const std::size_t at = line.find(path); at != std::string::npos) {
         line.replace(at, path.size(), "/etc/quorbin/quorbin.ini");
       }
-      EXPECT_NE(readme.find("\n" + line + "\n"), std::string::npos) << line;
+      EXPECT_THAT(readme, HasSubstr("\n" + line + "\n"));
     }
     EXPECT_GE(lines, 3);
   }
 }
 
-// Everything that is printed about every damaged file, as JSON, in one list.
+// The same warnings as in words, and the answer to each question.
 TEST(QuorbinCheck, JsonParses) {
   const PlainService service;
-  std::size_t warnings = 0;
-  std::string list;
+  bool namesLines = false;
   for (const Damaged& damaged : DamagedFiles) {
-    warnings += damaged.Warnings.size();
     service.Replace(WithHosts(damaged.Settings));
-    for (const char* const question : {"", "--ext .txt", "--host 10.0.0.7 --name x", "--quiet"}) {
-      list += (list.empty() ? "[" : ",") + Check(service, std::string("--json ") + question).Output;
+    for (const std::string question : {"", "--ext .txt", "--host 10.0.0.7 --name x", "--quiet"}) {
+      const Check outcome(service, "--json " + question);
+      const auto report = nlohmann::json::parse(outcome.Output);
+      EXPECT_LE(outcome.Status, 1);
+      EXPECT_EQ(report["status"], outcome.Status);
+      EXPECT_EQ(report["warnings"].size(), damaged.Warnings.size()) << damaged.Settings;
+      for (const auto& value : report.value("values", nlohmann::json::array())) {
+        namesLines = namesLines || value.value("line", 0) == 2;
+      }
+      if (question.starts_with("--ext")) {
+        EXPECT_EQ(report["explanation"].back()["name"], "verdict");
+      }
     }
   }
-  service.WriteFile("reports.json", list + "]");
-  const std::string count =
-      "python3 -c 'import json, sys\n"
-      "reports = json.load(open(sys.argv[1]))\n"
-      "assert all(r[\"status\"] in (0, 1) for r in reports)\n"
-      "assert any(v[\"line\"] == 2 for r in reports for v in r.get(\"values\", []) if \"line\" in "
-      "v)\n"
-      "assert all(r[\"explanation\"][-1][\"name\"] == \"verdict\" for r in reports[1::4])\n"
-      "print(sum(len(r[\"warnings\"]) for r in reports))' " +
-      service.Path("reports.json") + " >" + service.Path("count");
-  ASSERT_EQ(std::system(count.c_str()), 0);
-  EXPECT_EQ(Contents(service.Home / "count"), std::to_string(4 * warnings) + "\n");
+  EXPECT_TRUE(namesLines);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The built service, spoken to over TCP and over the Unix socket.
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -76,7 +75,7 @@ TEST(Port, ExitStatusAndMessages) {
     EXPECT_EQ(service.Stop(signal), 0);
   }
   ASSERT_TRUE(service.Start());
-  // While a connection stands the service does not listen, but the port is still its own.
+  // During a connection the service does not listen, but the port is still its own.
   const Peer peer = service.Connect();
   EXPECT_EQ(peer.Talk("$VERSION$:1"), "+OK1.1.03");
   const std::pair<std::string, std::string> rows[] = {
@@ -85,82 +84,55 @@ TEST(Port, ExitStatusAndMessages) {
        "Can't listen on port " + std::to_string(service.Port) + ": Address already in use"},
   };
   for (const auto& [runtimeDirectory, message] : rows) {
-    Service second;
-    second.Port = service.Port;
-    second.Settings("");
+    Service second("[Global]\nPort=" + std::to_string(service.Port) + "\n");
     const std::string directory = service.Path(runtimeDirectory);
     second.Launch([&] { ::setenv("XDG_RUNTIME_DIR", directory.c_str(), 1); });
-    EXPECT_EQ(second.Wait(), 1);
-    EXPECT_EQ(Contents(second.Home / "err"), "Error while loadingQuorbin: " + message + "\n");
-    EXPECT_EQ(Contents(second.Home / "out"), "");
+    second.ExpectNoStart(message);
   }
   EXPECT_EQ(peer.Talk("$EOF$"), "(closed)");
   ExpectService(service);
 }
 
-// What a process of another user tries on the service's port.
-struct BindAttempts {
-  std::atomic<bool> End = false;
-  std::atomic<long> Refused = 0;
-  std::atomic<long> Taken = 0;
-};
-
-// Binds the port to every address, under every option that shares one.
-void BindAllTheTime(BindAttempts& attempts, int port) {
+// Binds the port to every address, under every option that shares one, so many times in all. 1: an
+// attempt was not refused.
+int BindManyTimes(int port, long attempts) {
   const auto portBytes = htons(static_cast<in_port_t>(port));
-  const sockaddr_in any4 = {AF_INET, portBytes, {INADDR_ANY}, {}};
-  const sockaddr_in loopback4 = {AF_INET, portBytes, {htonl(INADDR_LOOPBACK)}, {}};
-  const sockaddr_in6 any6 = {AF_INET6, portBytes, 0, in6addr_any, 0};
-  const sockaddr_in6 loopback6 = {AF_INET6, portBytes, 0, in6addr_loopback, 0};
-  const auto attempt = [&](const auto& address, int family, bool reuseAddress, bool reusePort) {
-    const int on = 1;
-    const Fd socket(::socket(family, SOCK_STREAM, 0));
-    if (reuseAddress) ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (reusePort) ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
+  const auto isRefused = [](const auto& address, const std::vector<int>& options) {
     const auto* general = reinterpret_cast<const sockaddr*>(&address);
-    if (::bind(socket.Get(), general, sizeof address) == 0) {
-      ++attempts.Taken;
-    } else if (errno == EADDRINUSE) {
-      ++attempts.Refused;
+    const Fd socket(::socket(general->sa_family, SOCK_STREAM, 0));
+    const int on = 1;
+    for (const int option : options) {
+      ::setsockopt(socket.Get(), SOL_SOCKET, option, &on, sizeof on);
     }
+    return ::bind(socket.Get(), general, sizeof address) != 0 && errno == EADDRINUSE;
   };
-  while (!attempts.End) {
-    for (const auto& [reuseAddress, reusePort] :
-         {std::pair(true, false), std::pair(false, true), std::pair(true, true)}) {
-      attempt(any4, AF_INET, reuseAddress, reusePort);
-      attempt(loopback4, AF_INET, reuseAddress, reusePort);
-      attempt(any6, AF_INET6, reuseAddress, reusePort);
-      attempt(loopback6, AF_INET6, reuseAddress, reusePort);
+  const std::vector<int> shares[] = {{SO_REUSEADDR}, {SO_REUSEPORT}, {SO_REUSEADDR, SO_REUSEPORT}};
+  for (long done = 0; done < attempts; done += 4) {
+    const auto& options = shares[done / 4 % std::size(shares)];
+    for (const in_addr_t address : {INADDR_ANY, INADDR_LOOPBACK}) {
+      if (!isRefused(sockaddr_in{AF_INET, portBytes, {htonl(address)}, {}}, options)) return 1;
+    }
+    for (const in6_addr& address : {in6addr_any, in6addr_loopback}) {
+      if (!isRefused(sockaddr_in6{AF_INET6, portBytes, 0, address, 0}, options)) return 1;
     }
   }
+  return 0;
 }
 
 TEST(Port, NoOtherUserTakesThePort) {
   if (::geteuid() != 0) GTEST_SKIP() << "no rights to become another user";
   Running service;
-  void* const shared = ::mmap(nullptr, sizeof(BindAttempts), PROT_READ | PROT_WRITE,
-                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  auto* const attempts = new (shared) BindAttempts;
-  const pid_t other = ::fork();
-  if (other == 0) {
-    constexpr uid_t nobody = 65534;
-    if (::setresuid(nobody, nobody, nobody) == 0) BindAllTheTime(*attempts, service.Port);
-    ::_exit(0);
-  }
   const char* const wanted = std::getenv("QUORBIN_BIND_ATTEMPTS");
-  const long least = wanted != nullptr ? std::atol(wanted) : 200000;
+  const long attempts = wanted != nullptr ? std::atol(wanted) : 200000;
+  const pid_t other = StartAsNobody([&] { return BindManyTimes(service.Port, attempts); });
+  int status = -1;
   // Each connection stops the listener and opens it again.
   EXPECT_TRUE(Eventually([&] {
     for (int i = 0; i < 100; ++i) service.Connect().Talk("$EOF$");
-    return attempts->Refused + attempts->Taken >= least;
+    return ::waitpid(other, &status, WNOHANG) == other;
   }));
-  attempts->End = true;
-  ::waitpid(other, nullptr, 0);
-  EXPECT_EQ(attempts->Taken, 0);
-  EXPECT_GE(attempts->Refused, least);
+  EXPECT_EQ(status, 0);
   ExpectService(service);
-  ::munmap(shared, sizeof(BindAttempts));
 }
 
 TEST(Port, StartsOverWhatAnEarlierRunHasLeft) {
@@ -213,8 +185,7 @@ TEST(Port, OneAddressAlone) {
               {"", true, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.Listen);
-    Service service("[Global]\nListen=" + std::string(row.Listen) + "\n");
-    ASSERT_TRUE(service.Start());
+    Running service("[Global]\nListen=" + std::string(row.Listen) + "\n");
     EXPECT_EQ(static_cast<bool>(Peer::Tcp(service.Port)), row.OverV4);
     // A connection before is not over at once.
     EXPECT_EQ(static_cast<bool>(row.OverV6 ? service.Connect(true) : Peer::Tcp(service.Port, true)),
@@ -223,31 +194,22 @@ TEST(Port, OneAddressAlone) {
 }
 
 TEST(Port, WrongSettingsEndTheStart) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"Listen=localhost", "Listen=localhost"}, {"Listen=10.1", "Listen=10.1"},
-      {"Listen=*LOCAL", "Listen=*LOCAL"},       {"Listen=::1 ::2", "Listen=::1 ::2"},
-      {"Parameters=deny", "Parameters=deny"},   {"Port=65536", "Port=65536 (0 to 65535)"},
-      {"Port=-1", "Port=-1 (0 to 65535)"},
-  };
-  for (const auto& [setting, named] : rows) {
-    Service service("[Global]\n" + setting + "\n");
+  for (const std::string& named :
+       {"Listen=localhost"s, "Listen=10.1"s, "Listen=*LOCAL"s, "Listen=::1 ::2"s,
+        "Parameters=deny"s, "Port=65536 (0 to 65535)"s, "Port=-1 (0 to 65535)"s}) {
+    Service service("[Global]\n" + named.substr(0, named.find(" (")) + "\n");
     service.Launch();
-    EXPECT_EQ(service.Wait(), 1);
-    EXPECT_EQ(Contents(service.Home / "err"),
-              "Error while loadingQuorbin: Wrong value in the section Global of " +
-                  service.Path("quorbin.ini") + ": " + named + "\n");
+    service.ExpectNoStart("Wrong value in the section Global of " + service.Path("quorbin.ini") +
+                          ": " + named);
   }
   Service service("[Global]\nListen=192.0.2.1\n");  // of no machine
   service.Launch();
-  EXPECT_EQ(service.Wait(), 1);
-  EXPECT_EQ(Contents(service.Home / "err"), "Error while loadingQuorbin: Can't listen on port " +
-                                                std::to_string(service.Port) +
-                                                " of 192.0.2.1: Cannot assign requested address\n");
+  service.ExpectNoStart("Can't listen on port " + std::to_string(service.Port) +
+                        " of 192.0.2.1: Cannot assign requested address");
 }
 
 TEST_P(EndToEnd, ParametersCanBeDenied) {
-  Service service("[Global]\nParameters=*deny\n");
-  ASSERT_TRUE(service.Start());
+  Running service("[Global]\nParameters=*deny\n");
   const Peer peer = service.Connect();
   EXPECT_EQ(peer.Talk("$KDOPRF$:-before"), "-PARAM");
   EXPECT_EQ(peer.Talk("$KDOEXT$:-after"), "-PARAM");
@@ -258,8 +220,7 @@ TEST_P(EndToEnd, ParametersCanBeDenied) {
 }
 
 TEST_P(EndToEnd, OneAtATimeAndADeniedPeerReachesNothing) {
-  Service service("[Hosts]\n" + Service().PeerAddress() + "=*deny\n");
-  ASSERT_TRUE(service.Start());
+  Running service("[Hosts]\n" + Service().PeerAddress() + "=*deny\n");
   const Peer denied = service.Connect();
   ASSERT_TRUE(service.Shows("aktion: Connected\n"));
   EXPECT_FALSE(service.TryToConnect());
@@ -275,11 +236,9 @@ TEST(Local, OnlyTheUserAndNoPort) {
   Service service;
   Service::NextWay = Way::Tcp;
   fs::create_directory(service.Home / "run/Quorbin");
-  service.WriteFile("run/Quorbin/in", "");  // what else lies there is not removed
+  service.WriteFile("run/Quorbin/in", "");  // anything else there is not removed
   service.Launch();
-  EXPECT_EQ(service.Wait(), 1);
-  EXPECT_EQ(Contents(service.Home / "err"),
-            "Error while loadingQuorbin: Can't listen on *local: Address already in use\n");
+  service.ExpectNoStart("Can't listen on *local: Address already in use");
   fs::remove(service.Home / "run/Quorbin/in");
   ASSERT_TRUE(service.Start());
   service.Stop(SIGKILL);  // leaves its socket behind
@@ -292,15 +251,12 @@ TEST(Local, OnlyTheUserAndNoPort) {
     for (const char* opened : {"", "run", "run/Quorbin", "run/Quorbin/in"}) {
       fs::permissions(service.Home / opened, fs::perms::all);
     }
-    const pid_t other = ::fork();
-    if (other == 0) {
-      constexpr uid_t nobody = 65534;
-      if (::setresuid(nobody, nobody, nobody) != 0) ::_exit(1);
+    const pid_t other = StartAsNobody([&] {
       const Peer peer = service.TryToConnect();
-      if (!peer) ::_exit(2);
+      if (!peer) return 2;
       peer.Send("$VERSION$:1");
-      ::_exit(peer.ReceiveAll().starts_with("+OK") ? 3 : 0);
-    }
+      return peer.ReceiveAll().starts_with("+OK") ? 3 : 0;
+    });
     int status = -1;
     ::waitpid(other, &status, 0);
     EXPECT_EQ(status, 0);
@@ -312,11 +268,10 @@ TEST(Local, OnlyTheUserAndNoPort) {
 }
 
 TEST_P(EndToEnd, KeepsNoRightsAndLeavesNoCore) {
-  Service service;
-  ASSERT_TRUE(service.Start([] {
+  Running service("", [] {
     const rlimit cores = {.rlim_cur = 4096, .rlim_max = 4096};
     ::setrlimit(RLIMIT_CORE, &cores);
-  }));
+  });
   ExpectService(service);
   const std::string status = Contents(service.ProcessFolder() / "status");
   for (const char* set : {"CapPrm", "CapEff", "CapAmb"}) {
@@ -327,18 +282,16 @@ TEST_P(EndToEnd, KeepsNoRightsAndLeavesNoCore) {
 }
 
 TEST(Port, PortOfTheSystemsChoiceIsKept) {
-  Service service;
-  service.Port = 0;
-  service.Settings("");
+  Service service("[Global]\nPort=0\n");
   service.WriteFile("config/quorbin/classes.reg",
                     "REGEDIT4\n[HKEY_CLASSES_ROOT\\quorbin]\n\"port\"=\"none\"\n");
   ASSERT_TRUE(service.Start());
-  const std::string told = Contents(service.Home / "err");
-  ASSERT_TRUE(told.starts_with("Quorbin: listening on port ")) << told;
-  service.Port = std::stoi(told.substr(told.rfind(' ')));
+  const std::string message = Contents(service.Home / "err");
+  ASSERT_TRUE(message.starts_with("Quorbin: listening on port ")) << message;
+  service.Port = std::stoi(message.substr(message.rfind(' ')));
   ExpectService(service);
   ExpectService(service);
-  EXPECT_EQ(Contents(service.Home / "err"), told);
+  EXPECT_EQ(Contents(service.Home / "err"), message);
 }
 
 TEST(Port, PeersOfBothFamiliesOneAtATime) {
@@ -351,7 +304,7 @@ TEST(Port, PeersOfBothFamiliesOneAtATime) {
   ExpectService(service);
 }
 
-TEST_P(EndToEnd, WhatStandsAtTheOutputPathStaysAsItIs) {
+TEST_P(EndToEnd, WhatIsAtTheOutputPathStaysAsItIs) {
   Running service;
   const fs::path precious = service.Home / "precious";
   const std::string planted = service.Path("tmp/f$~.");
@@ -381,12 +334,11 @@ TEST_P(EndToEnd, WhatStandsAtTheOutputPathStaysAsItIs) {
 }
 
 TEST_P(EndToEnd, NoPlaceForTheFile) {
-  Service service;
   // A limit of the file's size fails writes as a full disk does.
-  ASSERT_TRUE(service.Start([] {
+  Running service("", [] {
     const rlimit limit = {.rlim_cur = 65536, .rlim_max = 65536};
     ::setrlimit(RLIMIT_FSIZE, &limit);
-  }));
+  });
   const Peer full = service.Connect();
   ASSERT_EQ(full.Talk(Announce), "+OK");
   full.Send("$BUFFLEN$0000100019" + std::string(100000, 'x'));
@@ -438,10 +390,10 @@ TEST_P(EndToEnd, AReplyOutlivesWhatWasNeverRead) {
   EXPECT_EQ(service.Viewed(), "");
 }
 
-TEST_P(EndToEnd, ViewersStandAlone) {
+TEST_P(EndToEnd, ViewersInheritNothing) {
   Service service;
-  // Tells its descriptors, its input and its session by helpers that have inherited them, then its
-  // number. Blocked and ignored signals, up to 28, are read without it: a shell clears some.
+  // Helpers that inherit its descriptors and its session print these, and then comes its number.
+  // Blocked and ignored signals, up to 28, are read without it: a shell clears some.
   service.WriteScript("look",
                       "exec > $0.part\nls -x /proc/self/fd\nreadlink /proc/self/fd/0\n"
                       "[ $(ps -o sid= -p $$) = $$ ] && echo own\n"

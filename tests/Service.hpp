@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -39,6 +40,27 @@ inline std::string Contents(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// What a shell command has printed on both streams, and its exit status.
+struct Outcome {
+  int Status = -1;
+  std::string Output;
+};
+inline Outcome RunShell(const std::string& command) {
+  Outcome outcome;
+  FILE* const pipe = ::popen(("exec 2>&1; " + command).c_str(), "r");
+  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) outcome.Output += static_cast<char>(c);
+  outcome.Status = WEXITSTATUS(::pclose(pipe));
+  return outcome;
+}
+
+// Starts a process of another user, whose exit status is the result of work.
+inline pid_t StartAsNobody(const std::function<int()>& work) {
+  constexpr uid_t nobody = 65534;
+  const pid_t pid = ::fork();
+  if (pid == 0) ::_exit(::setresuid(nobody, nobody, nobody) == 0 ? work() : 99);
+  return pid;
+}
+
 // What a service listens on.
 enum class Way { Tcp, Local };
 
@@ -52,9 +74,9 @@ class Service {
     Home = ::mkdtemp(pattern.data());
     for (const char* name : {"tmp", "run", "config/quorbin"}) fs::create_directories(Home / name);
     fs::copy_file(QUORBIN, Home / "Quorbin");
-    // Tells that it has the file, with its bytes, once they are all there.
+    // Its copy of the file gets its last name when it is whole.
     WriteScript("view",
-                "cat \"$1\" > $0.part\nshift\necho \"$@\" > $0.arguments\nmv $0.part $0.ed\n");
+                "cat \"$1\" >$0.part; shift; echo \"$@\" >$0.arguments; mv $0.part $0.ed\n");
     Port = FreePort();
     Settings(settings);
   }
@@ -69,7 +91,7 @@ class Service {
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
-  // More stands in front, where it counts before what follows, and begins in section Extensions.
+  // More comes first, where it counts before what follows, and begins in section Extensions.
   void Settings(const std::string& more) {
     WriteFile("quorbin.ini", "[Extensions]\n" + more + "[Extensions]\ntxt=" + Path("view") +
                                  " \"%1\"\n[Global]\nControl=2\nPort=" + std::to_string(Port) +
@@ -90,7 +112,7 @@ class Service {
     ::dup2(::open((Home / "out").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
     ::dup2(::open((Home / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
     prepare();
-    if (std::getenv("VALGRIND_OPTS")) {  // which name a file for what is found
+    if (std::getenv("VALGRIND_OPTS")) {  // they name a file for what is found
       ::execlp("valgrind", "valgrind", (Home / "Quorbin").c_str(), nullptr);
     }
     ::execl((Home / "Quorbin").c_str(), "Quorbin", nullptr);
@@ -114,6 +136,12 @@ class Service {
     Signal(signal);
     return Wait();
   }
+  // The launched program must end at once, with this message alone.
+  void ExpectNoStart(const std::string& message) {
+    EXPECT_EQ(Wait(), 1);
+    EXPECT_EQ(Contents(Home / "err"), "Error while loadingQuorbin: " + message + "\n");
+    EXPECT_EQ(Contents(Home / "out"), "");
+  }
 
   // A connection, as soon as the program listens.
   Peer Connect(bool v6 = false) const {
@@ -126,7 +154,7 @@ class Service {
   }
   // The address of an IPv4 peer, or of one on the Unix socket.
   std::string PeerAddress() const { return way_ == Way::Local ? "*local" : "127.0.0.1"; }
-  // True once the text stands in standard output.
+  // True once standard output has the text.
   bool Shows(const std::string& text) const {
     return Eventually([&] { return Contents(Home / "out").find(text) != std::string::npos; });
   }
@@ -174,7 +202,11 @@ class Service {
 
 // A service that has started.
 struct Running : Service {
-  Running() { EXPECT_TRUE(Start()); }
+  explicit Running(
+      const std::string& settings = {}, const std::function<void()>& prepare = [] {})
+      : Service(settings) {
+    EXPECT_TRUE(Start(prepare));
+  }
 };
 
 }  // namespace quorbin::tests

@@ -16,8 +16,6 @@ namespace quorbin::tests {
 namespace {
 
 using Strings = std::vector<std::string>;
-
-using Strings = std::vector<std::string>;
 using namespace std::string_literals;
 
 struct ToolsTest : testing::Test {
@@ -30,31 +28,35 @@ struct ToolsTest : testing::Test {
   static std::string Run(const std::string& command, auto address, auto serve) {
     socklen_t size = sizeof address;
     auto* const general = reinterpret_cast<sockaddr*>(&address);
-    const int listener = socket(general->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(listener, general, size) | listen(listener, 5), 0);
-    std::string script = "export LC_ALL=C; exec 2>&1; ", output;
+    const Fd listener(socket(general->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(bind(listener.Get(), general, size), 0);
+    EXPECT_EQ(listen(listener.Get(), 5), 0);
+    std::string script = "export LC_ALL=C; ";
     if constexpr (requires { address.sin_port; }) {
-      getsockname(listener, general, &size);
+      getsockname(listener.Get(), general, &size);
       script +=
           "P=" + std::to_string(ntohs(address.sin_port)) + "; S='" QUORBIN_SEND " --port '$P; ";
     }
-    std::thread server([=] {
-      for (int p; (p = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(p)) serve(p);
+    std::thread server([&] {
+      while (const Fd peer{accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC)}) {
+        serve(peer.Get());
+      }
     });
-    FILE* const pipe = popen((script + command).c_str(), "r");
-    for (int c = 0; (c = std::fgetc(pipe)) != EOF;) output += static_cast<char>(c);
-    shutdown(listener, SHUT_RDWR);
+    const Outcome outcome = RunShell(script + command);
+    shutdown(listener.Get(), SHUT_RDWR);
     server.join();
-    close(listener);
-    return std::to_string(WEXITSTATUS(pclose(pipe))) + ":" + output;
+    return std::to_string(outcome.Status) + ":" + outcome.Output;
+  }
+  // The same for an IPv4 address.
+  static std::string Run(const std::string& command, const std::function<void(int)>& serve) {
+    return Run(command, sockaddr_in{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}}, serve);
   }
 
   // Runs the command against a receiver that answers as the service does. But a chunk that begins
   // with `odd` draws the reply, or, if that is "close", the end of the connection.
   std::string Send(std::string command, std::string odd = "\n", std::string oddReply = "") {
     chunks = contents = "";
-    return Run(command, sockaddr_in{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}},
-               [&, this](int peer) { Receive(peer, odd, oddReply); });
+    return Run(command, [&, this](int peer) { Receive(peer, odd, oddReply); });
   }
   void Receive(int peer, const std::string& odd, const std::string& oddReply) {
     std::string bytes(1 << 20, ' '), content;
@@ -278,9 +280,7 @@ TEST_F(ToolsTest, ANetworkThatCutsAnywhereForgesNothing) {
     const std::string buffer = std::to_string(20 + random() % 200);
     const std::string python = "python3 send.py 127.0.0.1 $P f.txt";
     for (const std::string& sender : {"$S f.txt"s, "$S --buffer " + buffer + " f.txt", python}) {
-      ASSERT_EQ(Run(sender, sockaddr_in{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}},
-                    [&](int peer) { CutAnywhere(peer, service, random); }),
-                "0:");
+      ASSERT_EQ(Run(sender, [&](int peer) { CutAnywhere(peer, service, random); }), "0:");
       ASSERT_TRUE(service.Viewed() == content) << sender << ", seed " << seed;
     }
   }
