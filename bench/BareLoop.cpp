@@ -1,6 +1,6 @@
-// The least that can receive a transfer: blocking calls on one connection, what comes is written.
-// It answers a sender as the service would but understands only "$DATA$" and the end marker, and
-// leaves the same file behind.
+// The least that can receive a transfer: it writes what blocking calls on one connection give. It
+// answers a sender as the service would but understands only "$DATA$" and the end marker, and
+// leaves the same file.
 //
 // BareLoop stream|text|buffers <LISTENING SOCKET >FILE
 // BareLoop short <LISTENING SOCKET                      one connection after the other, without end

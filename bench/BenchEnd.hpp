@@ -1,7 +1,7 @@
 #pragma once
 
-// What both ends of a measured transfer share. Every failure ends the program: a run with a fault
-// in it measures nothing.
+// What both ends of a measured transfer share. Every failure ends the program: the figures of a
+// run with a fault in it would be wrong.
 
 #include <unistd.h>
 

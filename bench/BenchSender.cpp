@@ -8,8 +8,7 @@
 // BenchSender text COUNT <CONNECTION      lines, each answered
 //
 // BenchSender short COUNT <CONNECTION     as many connections to the same peer, of one message
-// each;
-//                                         prints how long they took
+//                                         each; prints how long they took
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -58,7 +57,7 @@ std::string Message(std::string_view kind) {
          length + Content(BenchBuffer - BufferHeader::Size);
 }
 
-// Sends the end marker in a segment of its own, since it must not be torn.
+// Sends the end marker in a segment of its own, since it must not be split.
 void SendEnd() {
   for (int waiting = 1; waiting > 0; ::usleep(DrainPause)) {
     Check(::ioctl(Connection, SIOCOUTQ, &waiting), "ioctl");
@@ -76,7 +75,7 @@ void Transfer(std::string_view kind, std::size_t count) {
   const bool raw = kind == "raw";
   const bool paced = kind == "text" || kind == "buffers";
   const std::string message = Message(kind);
-  // One answer; nothing: the receiver has closed.
+  // One answer; empty if the receiver has closed.
   auto receive = [answer = std::array<char, 256>{}]() mutable {
     return std::string_view(answer.data(),
                             Check(::recv(Connection, answer.data(), answer.size(), 0), "recv"));

@@ -1,5 +1,5 @@
 // quorbin-check over the corpus of the settings: the input is a host name or file name, an
-// extension, and behind these two lines the settings. What is reported must be printable, and its
+// extension, and after these two lines the settings. What is reported must be printable, and its
 // verdicts those of the service's routines on their own.
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* Peer = "10.0.0.7";
 
-// No byte but the line ends steers a terminal. That the texts are UTF-8 is a part of JSON.
+// No byte but the line ends steers a terminal. JSON implies that the texts are UTF-8.
 void RequirePrintable(const std::string& text, std::string_view file) {
   const auto steers = [](char c) { return (c >= 0 && c < ' ' && c != '\n') || c == 0x7F; };
   fuzz::Require(std::ranges::none_of(text, steers), "no control bytes are printed", file);

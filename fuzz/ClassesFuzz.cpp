@@ -1,4 +1,4 @@
-// The registry export classes.reg: the input is a key, a value's name, and behind these two lines
+// The registry export classes.reg: the input is a key, a value's name, and after these two lines
 // the file.
 
 #include "ClassesFile.hpp"

@@ -1,4 +1,4 @@
-// Command lines: the input is an Exec line, the sender's two parameters, and behind these three
+// Command lines: the input is an Exec line, the sender's two parameters, and after these three
 // lines the name of the file.
 
 #include <algorithm>

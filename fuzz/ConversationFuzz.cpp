@@ -1,7 +1,7 @@
 // A whole conversation on the platform in memory. Each line of the input is one event: "!c" a new
 // peer, "!x" its close, "!e" a socket error, "!l" the tick of the log, "!d" a refused host from
 // here on, "!o" and "!w" with a digit an open or a write that will fail; every other line is a
-// chunk. A second reckoning of files and counters runs beside it.
+// chunk. A second reckoning of files and counters is compared with it.
 
 #include <regex>
 
@@ -16,14 +16,14 @@ using fuzz::Require;
 
 namespace {
 
-// What must stand in the open file and in the counters.
+// What must be in the open file and in the counters.
 struct Reckoning {
   std::string Path;
   std::string Content;
   std::int64_t Total = 0;
   std::int64_t Left = 0;
   std::int64_t Blocks = 0;
-  bool First = true;  // nothing has come on this connection
+  bool First = true;  // no chunk has come on this connection
 };
 
 std::optional<std::int64_t> HeaderLength(const std::string& chunk) {
@@ -89,7 +89,7 @@ class Conversation {
   TransferSession& Session() { return world_.form.Session; }
 
   void Connect() {
-    if (world_.winsock.state == 7) return;  // nothing listens during a connection
+    if (world_.winsock.state == 7) return;  // there is no listener during a connection
     world_.Connect();
     reckoning_ = {};
   }
@@ -181,7 +181,7 @@ class Conversation {
     if (!before.IsBinary) reckoning_.Content += "\r\n";
     if (viewed || world_.winsock.state == 7) {
       Require(viewed == last, "the end marker ends", chunk);
-      // A file that stood under a generated name is not cut.
+      // A file that existed under a generated name is not cut.
       Require(world_.files.files.at(reckoning_.Path).ends_with(reckoning_.Content),
               "what was acknowledged is in the file", chunk);
       Require(Session().TotalBytes == reckoning_.Total && Session().BlockCount == reckoning_.Blocks,
@@ -195,8 +195,10 @@ class Conversation {
     const int state = world_.winsock.state;
     Require(state == 2 || state == 7, "listening or connected", line);
     if (state == 7) {
-      Require(Session().FileIsOpen == Session().InDataPhase, "one with the other", line);
-      Require(Session().FileIsOpen == !world_.files.open.empty(), "the file is as told", line);
+      Require(Session().FileIsOpen == Session().InDataPhase,
+              "a file is open in the data phase alone", line);
+      Require(Session().FileIsOpen == !world_.files.open.empty(),
+              "the session knows of the open file", line);
     } else {
       Require(world_.files.open.empty(), "no file without a connection", line);
     }

@@ -1,5 +1,5 @@
-// The link channel over its real socket. The input is what a client sends; the byte 0 parts the
-// pieces it comes in. However it is cut, the answers are those to the whole lines.
+// The link channel over its real socket. The input is what a client sends; the byte 0
+// separates the pieces it comes in. However it is cut, the answers are those to the whole lines.
 
 #include <sys/socket.h>
 

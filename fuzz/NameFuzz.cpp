@@ -10,7 +10,7 @@ using namespace quorbin;
 
 namespace {
 
-// The bytes that were shown: nothing may look like anything else.
+// The bytes that were shown: no two texts may look alike.
 std::string Unprinted(std::string_view shown) {
   std::string bytes;
   for (std::size_t i = 0; i < shown.size(); ++i) {
@@ -36,7 +36,7 @@ std::string Unprinted(std::string_view shown) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view sent = fuzz::Input(data, size);
   const std::string name = ReduceName(sent);
-  fuzz::Require(sent.find(name) != sent.npos, "a part of what was sent", sent);
+  fuzz::Require(sent.find(name) != sent.npos, "within what was sent", sent);
   fuzz::Require(!name.ends_with(' '), "no blank at the end", sent);
   fuzz::Require(!sent.starts_with('/') || sent.starts_with("/BS2/") || name.find('/') == name.npos,
                 "a path loses its directories", sent);

@@ -1,5 +1,5 @@
-// The settings file: the input is a section, a key, and behind these two lines the file. What the
-// file says about peers and extensions is asked for as well.
+// The settings file: the input is a section, a key, and after these two lines the file. The
+// decisions on peers and extensions are asked for as well.
 
 #include <algorithm>
 
@@ -24,15 +24,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(value->find('\n') == value->npos, "one line", file);
     fuzz::Require(
         value->find_first_of(" \t") != 0 && value->find_last_of(" \t") != value->size() - 1,
-        "no blanks round it", file);
+        "no blanks around it", file);
   }
   fuzz::Require(key.find_first_of(";#[") != 0 || !value, "comments and sections are no keys", file);
   std::ranges::transform(key, key.begin(), [](char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
   });
   fuzz::Require(FindSetting(file, section, key) == value, "letter case doesn't count", file);
-  const std::string behind = std::string(file) + "\n[" + section + "]\n" + key + "=later";
-  if (value) fuzz::Require(*FindSetting(behind, section, key) == *value, "the first counts", file);
+  const std::string longer = std::string(file) + "\n[" + section + "]\n" + key + "=later";
+  if (value) fuzz::Require(*FindSetting(longer, section, key) == *value, "the first counts", file);
 
   try {
     fakes::World world{std::string(file)};

@@ -1,5 +1,5 @@
-// quorbin-check: its warnings on damaged settings, and its explanations beside what the built
-// service does.
+// quorbin-check: its warnings on damaged settings, and its explanations compared with what the
+// built service does.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using Strings = std::vector<std::string>;
 
 using testing::HasSubstr;
 
-// What the checker says in the surroundings of a service about that service's settings.
+// The checker's output on the settings of a service, in the environment of that service.
 struct Check : Outcome {
   explicit Check(const Service& service, const std::string& arguments = {})
       : Outcome(RunShell(
@@ -63,13 +63,13 @@ struct Damaged {
   Strings Warnings;  // each with its line number in front where it has one
 };
 
-// A file without section Hosts gets one that is in order, so that no row must say it.
+// A file without section Hosts gets one that is in order, so that the rows need none.
 const std::vector<Damaged> DamagedFiles = {
     // In order
     {"", {}},
     {"; comment\n# comment\n\n[Global]\nIcon=2\n", {}},
     {"[GLOBAL]\r\ncontrol = 2 \r\n", {}},
-    // Lines, sections and keys that the service passes by
+    // Lines, sections and keys that the service ignores
     {"Control=1\n", {"1: 'Control=1' is ignored: no key, no '=' or no section"}},
     {"[Global]\nControl\n", {"2: 'Control' is ignored: no key, no '=' or no section"}},
     {"[Global]\n=1\n", {"2: '=1' is ignored: no key, no '=' or no section"}},
@@ -416,7 +416,7 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
       settings.replace(view, 4, service.Path("view"));
     }
     service.Replace("[Extensions]\n" + settings + "\n[Hosts]\nDefault=*allow\n");
-    // In front of a program it would be the program.
+    // Before a program it would be the program.
     const std::string prefix = ext == ".EXE" ? "" : "-p ";
     const Check outcome(service,
                         "--ext '" + ext + "' --name f --prefix '" + prefix + "' --suffix -s");
@@ -468,8 +468,8 @@ TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {
                 "\nextension verdict: opened\n");
 }
 
-// The session in the README has the checker's own words on the settings as shipped and its
-// additions.
+// The README's session is the checker's output on the settings as shipped and the lines added
+// there.
 TEST(QuorbinCheck, ReadmeSession) {
   std::string settings = Contents(SHIPPED_SETTINGS);
   const auto insertAfter = [&settings](const std::string& line, const std::string& more) {

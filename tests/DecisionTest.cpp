@@ -1,4 +1,4 @@
-// The decisions that look at nothing but their arguments and the settings.
+// The decisions that depend on their arguments and the settings alone.
 
 #include <gtest/gtest.h>
 
@@ -116,7 +116,7 @@ TEST(CheckHost, ProfileMode) {
   };
   for (const auto& [decision, cases] : rows) {
     for (const std::string& hosts : cases) {
-      // The entry of a host that is not this one makes that the name is looked up in any case.
+      // With the entry of another host the name is looked up in any case.
       for (const std::string& other : Strings{"", "\n[Hosts]\nunrelated=*allow"}) {
         World world("[Hosts]\n" + hosts + other);
         world.resolver.name = "pca";
@@ -206,7 +206,7 @@ TEST(LinkExecute, CommandTable) {
   };
   for (const auto& [command, answer] : rows) EXPECT_EQ(run(command), answer) << command;
   EXPECT_TRUE(CheckHost(world.form, "10.0.0.7").Allowed);  // its second entry
-  EXPECT_TRUE(CheckHost(world.form, "10.0.0.8").Allowed);  // blanks round an entry don't count
+  EXPECT_TRUE(CheckHost(world.form, "10.0.0.8").Allowed);  // blanks around an entry don't count
   EXPECT_FALSE(CheckHost(world.form, "pca").Allowed);
   EXPECT_FALSE(CheckHost(world.form, "").Allowed);  // neither a free slot nor the entry of a blank
 

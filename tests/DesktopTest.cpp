@@ -88,9 +88,9 @@ TEST(DesktopRegistry, ListsTheClassesFiles) {
   }
 }
 
-// On a desktop of its own. The library reads the variables once: nothing in this program may ask it
-// for associations before.
-TEST(DesktopRegistry, AnswersBehindTheClassesFiles) {
+// On a desktop of its own. The library reads the variables once, so no other test of this program
+// may ask it for associations before.
+TEST(DesktopRegistry, AnswersAfterTheClassesFiles) {
   std::string root = testing::TempDir() + "desktopXXXXXX";
   fs::current_path(mkdtemp(root.data()));
   for (auto key :

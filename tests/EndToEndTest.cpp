@@ -1,4 +1,4 @@
-// The built service, spoken to over TCP and over the Unix socket.
+// The built service, over TCP and over the Unix socket.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -147,7 +147,7 @@ TEST(Port, StartsOverWhatAnEarlierRunHasLeft) {
   ExpectService(service);
 }
 
-// A dropped request comes again after a second; one that is refused costs nothing.
+// A dropped request comes again after a second; a refused one costs no time.
 TEST_P(EndToEnd, ACrowdIsRefusedAtOnce) {
   Running service;
   std::atomic<int> served = 0;
@@ -241,13 +241,13 @@ TEST(Local, OnlyTheUserAndNoPort) {
   service.ExpectNoStart("Can't listen on *local: Address already in use");
   fs::remove(service.Home / "run/Quorbin/in");
   ASSERT_TRUE(service.Start());
-  service.Stop(SIGKILL);  // leaves its socket behind
+  service.Stop(SIGKILL);  // leaves its socket
   ASSERT_TRUE(service.Start());
   EXPECT_FALSE(Peer::Tcp(service.Port));
   EXPECT_EQ(fs::status(service.Path("run/Quorbin/in")).permissions(),
             fs::perms::owner_read | fs::perms::owner_write);
   if (::geteuid() == 0) {
-    // Even with the doors open: the peer's user decides.
+    // Even where the permissions admit everybody, the peer's user decides.
     for (const char* opened : {"", "run", "run/Quorbin", "run/Quorbin/in"}) {
       fs::permissions(service.Home / opened, fs::perms::all);
     }
@@ -432,7 +432,7 @@ TEST_P(EndToEnd, AStoppedReaderOfTheOutputHoldsNothingUp) {
   ExpectService(service);
 }
 
-TEST_P(EndToEnd, ClosedStreamsGoToNoPeer) {
+TEST_P(EndToEnd, NoPeerGetsAClosedStream) {
   Service service;
   service.Launch([] { ::close_range(STDIN_FILENO, STDERR_FILENO, 0); });
   ExpectService(service);

@@ -1,6 +1,7 @@
 #pragma once
 
-// A platform in memory. Every effect goes into one journal, so that a test can see their order.
+// A platform in memory. Every effect is recorded in one journal, so that a test can see their
+// order.
 
 #include <algorithm>
 #include <functional>
@@ -34,7 +35,7 @@ struct Fake : Interface {
     (entry << ... << parts);
     journal.push_back(entry.str());
   }
-  // Notes the parts and gives the value back.
+  // Notes the parts and returns the value.
   template <typename Value, typename... Parts>
   Value Noted(const Value& value, const Parts&... parts) {
     Note(parts...);
@@ -144,7 +145,7 @@ struct FakeFiles : Fake<FileSystem> {
 
   std::map<std::string, std::string> files;
   std::string open;
-  std::error_code lost;  // what a close tells
+  std::error_code lost;  // what a close returns
   std::vector<int> failOpen, failWrite;
 };
 
@@ -245,7 +246,7 @@ struct World {
     return std::accumulate(winsock.replies.begin(), winsock.replies.end(), std::string());
   }
 
-  // Chunks parted by bars; returns the replies, a bar behind each.
+  // Chunks separated by bars; returns the replies, a bar after each.
   std::string Talk(const std::string& chunks) {
     std::istringstream rest(chunks);
     std::string replies;
@@ -253,7 +254,7 @@ struct World {
     return replies;
   }
 
-  // What has been noted since the last call, a semicolon behind each entry.
+  // What has been noted since the last call, a semicolon after each entry.
   std::string Effects() {
     std::string all;
     for (const std::string& effect : std::exchange(journal, {})) all += effect + "; ";

@@ -1,6 +1,6 @@
-// Preloaded under the service: the n-th call of one kind fails, counted from the first accept4 on.
-// QUORBIN_FAULT holds the call, n (negative: all later ones too), the number of the error (0 for
-// half of the bytes), and the file that is made when it has come to it.
+// Preloaded into the service: the n-th call of one kind fails, counted from the first accept4 on.
+// QUORBIN_FAULT has the call, n (negative: all later ones as well), the number of the error (0 for
+// half of the bytes), and the file that is made when the call fails.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -55,7 +55,7 @@ size_t Cut(int fault, size_t count) { return fault == 0 ? (count + 1) / 2 : coun
 
 }  // namespace
 
-// A call that is counted under a condition and gives failed back for its fault.
+// A call that counts under the condition, and returns failed if it is the one to fail.
 #define FAULTY(call, condition, failed, result, parameters, arguments) \
   result call parameters {                                             \
     const int fault = condition ? Fault(#call) : -1;                   \
@@ -76,7 +76,7 @@ FAULTY(recv, true, -1, ssize_t, (int peer, void* to, size_t count, int flags),
 FAULTY(send, peer > STDERR_FILENO, -1, ssize_t,
        (int peer, const void* from, size_t count, int flags),
        (peer, from, Cut(fault, count), flags))
-// These two give the error itself back; that of getnameinfo is its own, below 0.
+// These two return the error itself; that of getnameinfo is one of its own, below 0.
 FAULTY(posix_spawnp, true, fault, int,
        (pid_t * task, const char* file, const posix_spawn_file_actions_t* actions,
         const posix_spawnattr_t* attributes, char* const* argv, char* const* variables),

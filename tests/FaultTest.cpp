@@ -1,4 +1,4 @@
-// Faults of the system under the built service.
+// Faults of the system that the built service runs on.
 
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -29,7 +29,7 @@ bool Transfer(const Peer& peer, const std::string& messages) {
   return peer.Receive() == "(closed)";
 }
 
-// The service under a plan of FaultShim.
+// Starts the service with a plan for FaultShim.
 bool StartUnder(Service& service, const std::string& plan) {
   fs::remove(service.Home / "fired");
   return service.Start([&] {
@@ -39,14 +39,15 @@ bool StartUnder(Service& service, const std::string& plan) {
   });
 }
 
-// Whether the fault came, once the service listens again or has ended for want of that.
+// Whether the fault came, once the service listens again or has ended because it could not.
 bool FaultCame(const Service& service) {
   const auto fired = [&] { return fs::exists(service.Home / "fired"); };
   return Eventually([&] { return fired() || Peer::Tcp(service.Port); }) && fired();
 }
 
-// One transfer under one fault. What must hold whatever it is: bytes that drew "+OK" are in a file,
-// or the sender was told; nothing else is left; the service goes on. False if the fault never came.
+// One transfer with one fault. What must hold whatever the fault is: bytes that drew "+OK" are in a
+// file, or the sender gets no success; no other file is left; the service goes on. False if the
+// fault never came.
 bool RunUnder(Service& service, const std::string& call, int turn, int error, bool binary) {
   const std::string plan = call + " " + std::to_string(turn) + " " + std::to_string(error);
   SCOPED_TRACE(plan + (binary ? " binary" : " text"));
@@ -55,7 +56,7 @@ bool RunUnder(Service& service, const std::string& call, int turn, int error, bo
   // The text of an IPv4 address takes no getnameinfo.
   const bool complete = Transfer(service.Connect(call == "getnameinfo"), binary ? Binary : Text);
   const bool came = FaultCame(service);
-  // A call that was only put off costs nothing.
+  // A call that only has to be repeated does no harm.
   const bool passes = turn > 0 && (error == 0 || error == EINTR || error == EAGAIN);
   EXPECT_TRUE(complete || (came && !passes));
   std::string files;
@@ -67,7 +68,7 @@ bool RunUnder(Service& service, const std::string& call, int turn, int error, bo
     EXPECT_EQ(files, binary ? "onetwothree" : "one\r\ntwo\r\nthree\r\n");
     EXPECT_EQ(service.Received(), 1U);
   }
-  if (came && call == "listen") {  // told, and left to whoever supervises
+  if (came && call == "listen") {  // reported, and left to the supervisor
     EXPECT_EQ(service.Wait(), 1);
     EXPECT_NE(Contents(service.Home / "err").find(": Address already in use"), std::string::npos);
     return came;
@@ -76,7 +77,7 @@ bool RunUnder(Service& service, const std::string& call, int turn, int error, bo
   // A whole file stays, even if its last reply was lost.
   EXPECT_TRUE(files.find("three") != std::string::npos ||
               Eventually([&] { return service.Received() == 0; }));
-  if (turn > 0) {  // and a peer that comes while another one goes is reset
+  if (turn > 0) {  // a peer that comes while another one goes is reset
     const auto again = [&] { return Transfer(service.Connect(), Binary); };
     EXPECT_TRUE(Eventually(again));
     EXPECT_TRUE(Eventually([&] { return service.Descriptors() == descriptors; }));
@@ -86,13 +87,13 @@ bool RunUnder(Service& service, const std::string& call, int turn, int error, bo
   return came;
 }
 
-// Every call of a whole transfer fails, once and from then on. Falls of others: success told before
-// the file is safe, leftovers of a failed transfer, a sender told nothing on a full disk.
+// Every call of a whole transfer fails, once and from then on. Known failures elsewhere: success
+// reported before the file is safe, leftovers of a failed transfer, no report of a full disk.
 TEST(Fault, EveryCallOfATransfer) {
   const struct {
     std::string Call;
     std::vector<int> Errors;  // 0: half of the bytes
-    bool Lasting;             // also without end
+    bool Lasting;             // also from then on
   } rows[] = {
       {"open", {EMFILE, ENFILE, EINTR}, true},
       {"fchmod", {EPERM}, true},
@@ -125,7 +126,7 @@ TEST(Fault, EveryCallOfATransfer) {
   for (const auto& row : rows) EXPECT_GT(runs[row.Call], 0) << row.Call;
 }
 
-// What can't be told for a moment must not admit whom it would refuse.
+// Settings that can't be read for a moment must not admit a peer that they refuse.
 TEST(Fault, NobodyIsLetIn) {
   Service service("[Hosts]\n127.0.0.1=*deny\n");
   int turn = 1;

@@ -9,7 +9,7 @@ namespace {
 
 Peer Link(const Service& service) { return Peer::Local(service.Path("run/Quorbin/qbstop")); }
 
-// The answers to the lines, behind which the client ends its half; "(error)" without a service.
+// The answers to the lines, after which the client ends its half; "(error)" without a service.
 std::string Ask(const Service& service, const std::string& lines) {
   const Peer client = Link(service);
   client.Send(lines);
@@ -49,7 +49,7 @@ TEST(Link, Lines) {
   };
   for (const auto& [lines, answers] : rows) EXPECT_EQ(Ask(service, lines), answers) << lines;
 
-  // Reads when the service has long been through with it.
+  // Reads long after the service is done with it.
   const Peer late = Link(service);
   std::string questions, answers;
   for (int i = 0; i < 2000; ++i) questions += "request stopsrv\n", answers += "value con\n";
@@ -61,7 +61,7 @@ TEST(Link, Lines) {
   const Peer client = Link(service);
   EXPECT_EQ(client.Talk("execute con whole\nexec"), "accepted\n");
   EXPECT_EQ(client.Talk("ute con half\n"), "accepted\n");
-  client.Send(std::string(20000, 'x'));  // its end need not come
+  client.Send(std::string(20000, 'x'));  // its end need not arrive
   EXPECT_EQ(client.ReceiveAll(), "refused\n");
 }
 
@@ -77,7 +77,7 @@ TEST(Link, AbusiveClientsDelayNobody) {
   EXPECT_TRUE(Eventually([&] { return service.Descriptors() <= descriptors + 16; }));
   EXPECT_EQ(silent.front().ReceiveAll(), "");  // the longest silent one has given way
 
-  // Asks without end and never reads.
+  // Asks on and on and never reads.
   const Peer greedy = Link(service);
   ::fcntl(greedy.Descriptor(), F_SETFL, O_NONBLOCK);
   std::string questions;
@@ -113,7 +113,7 @@ TEST(Link, SocketsOfEarlierRuns) {
             "value OK\nrefused\nrefused\n");
   EXPECT_EQ(service.Stop(), 0);
 
-  // Something else in the socket's place is not ours to remove.
+  // Anything else in the socket's place is not ours to remove.
   service.WriteFile("run/Quorbin/qbstop", "");
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(Contents(service.Home / "err"), "Quorbin: no link channel: Address already in use\n");

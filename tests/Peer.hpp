@@ -25,7 +25,7 @@ class Peer {
   Peer(int family, const auto& address) : socket_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const timeval limit = {.tv_sec = Patience.count(), .tv_usec = 0};
     ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    const int little = 1024;  // replies that nobody reads soon fill it
+    const int little = 1024;  // unread replies soon fill it
     ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
     const auto* general = reinterpret_cast<const sockaddr*>(&address);
     if (::connect(socket_.Get(), general, sizeof address) != 0) socket_.Reset();
@@ -54,7 +54,7 @@ class Peer {
     return ::send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
   }
-  // What one receive gives; "(closed)" at the end of the stream, "(error)" on a reset.
+  // What one receive returns; "(closed)" at the end of the stream, "(error)" on a reset.
   std::string Receive() const {
     std::string bytes(65536, '\0');
     const ssize_t count = ::recv(socket_.Get(), bytes.data(), bytes.size(), 0);
@@ -69,7 +69,7 @@ class Peer {
     while (!all.ends_with("(error)") && (part = Receive()) != "(closed)") all += part;
     return all;
   }
-  // Sends the messages, which bars part, and returns the reply to the last one.
+  // Sends the messages, separated by bars, and returns the reply to the last one.
   std::string Talk(std::string_view messages) const {
     const std::size_t bar = messages.find('|');
     Send(messages.substr(0, bar));

@@ -1,4 +1,4 @@
-// The parts of the platform that can be tested without the service.
+// The parts of the platform that work without the service.
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -31,7 +31,7 @@
 namespace quorbin {
 namespace {
 
-// Sockets of TCP need none.
+// TCP sockets need none.
 const InstanceDir& NoDirectory() {
   ::setenv("XDG_RUNTIME_DIR", "/dev/null", 1);
   static const InstanceDir directory("Quorbin");
@@ -95,7 +95,7 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
   EXPECT_EQ(kill(*other, SIGKILL), 0);
 
-  // One that leaves the file where it is holds nothing up for long.
+  // One that leaves the file where it is does not delay the deletion for long.
   const std::optional<int> viewer = start("exec sleep 60");
   ASSERT_TRUE(viewer);
   begin = std::chrono::steady_clock::now();
@@ -153,7 +153,7 @@ TEST(EpollLoop, HandlesOneEventAtATime) {
     loop.Raise([&] { order += "raised "; });
     order += "first ";
   });
-  // Ready as well, but unwatched before its turn comes.
+  // Ready as well, but unwatched before its turn.
   loop.Watch(second.Get(), EventLoop::Readable, [](unsigned) { FAIL(); });
   ASSERT_TRUE(loop.ServeNext(-1));
   EXPECT_EQ(order, "raised first deferred raised by it, by a deferred one, ");
@@ -264,7 +264,7 @@ TEST(StreamSocket, ConnectionsInheritTheOptionsOfTheListener) {
   }
 }
 
-// It ends its side before it reads.
+// The peer ends its side before it reads.
 TEST(StreamSocket, RepliesWaitForALatePeerUpToALimit) {
   const std::string reply(60000, 'r');
   for (const int replies : {1, 2}) {
@@ -280,7 +280,10 @@ TEST(StreamSocket, RepliesWaitForALatePeerUpToALimit) {
       for (int i = 0; i < replies; ++i) socket.SendData(reply);
     };
     int closes = 0;
-    const auto close = [&] { ++closes, socket.Close(); };
+    const auto close = [&] {
+      ++closes;
+      socket.Close();
+    };
     socket.SetEvents({accept, answer, close, [](auto...) { ADD_FAILURE(); }});
     ASSERT_FALSE(socket.Listen());
     const tests::Peer peer = tests::Peer::Tcp(socket.LocalPort());
@@ -289,7 +292,11 @@ TEST(StreamSocket, RepliesWaitForALatePeerUpToALimit) {
     std::string all;
     loop.Watch(peer.Descriptor(), EventLoop::Readable, [&](unsigned) {
       const std::string part = peer.Receive();
-      part.starts_with('r') ? void(all += part) : loop.Quit();
+      if (part.starts_with('r')) {
+        all += part;
+      } else {
+        loop.Quit();
+      }
     });
     loop.Run();
     EXPECT_EQ(closes, 1);

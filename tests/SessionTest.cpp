@@ -36,7 +36,7 @@ TEST(Conversation, ControlMessages) {
   EXPECT_EQ(world.form.Session.FileName, "y.bad");
   const std::string version = "$VERSION$:" + std::string(100000, 'x');
   for (int i = 0; i < 30; ++i) EXPECT_EQ(world.Chunk(version), "+OK1.1.03");
-  EXPECT_LT(world.Text(Field::partner).size(), 200000U);  // it has an end somewhere
+  EXPECT_LT(world.Text(Field::partner).size(), 200000U);  // it is bounded
   CheckLog_Click(world.form, true);
   world.Chunk("nonsense  \x15");
   EXPECT_EQ(world.Text(Field::Satz), "nonsense\r\n");
@@ -107,7 +107,7 @@ TEST(Order, AcceptanceOfAPeer) {
             "Close; aktion=listening; Listen; resu=Hostaccess denied; ");
 }
 
-// What chunks do, behind others of the same connection, while opens and writes fail.
+// What chunks do, after others of the same connection, while opens and writes fail.
 TEST(Order, EffectsOfChunks) {
   const std::string named = "$FILE$:a.txt|$KDOEXT$:\\\"z\\\"";
   const std::string text = named + "|$DATA$";

@@ -22,9 +22,9 @@ struct ToolsTest : testing::Test {
   ToolsTest() { std::filesystem::current_path(mkdtemp(folder.data())); }
   ~ToolsTest() override { std::filesystem::remove_all(folder); }
 
-  // Runs a shell command and serves connections to the address meanwhile, one after the other. In
+  // Runs a shell command, and meanwhile serves connections to the address, one after the other. In
   // the command $P is the port that the system picks for an IPv4 address, and $S is quorbin-send to
-  // it. Returns the exit status, a colon, and what came on both streams.
+  // it. Returns the exit status, a colon, and the output on both streams.
   static std::string Run(const std::string& command, auto address, auto serve) {
     socklen_t size = sizeof address;
     auto* const general = reinterpret_cast<sockaddr*>(&address);
@@ -117,7 +117,7 @@ TEST_F(ToolsTest, ContentArrives) {
 
 TEST_F(ToolsTest, ExtensionOfTheName) {
   const Strings rows[] = {
-      // arguments, what the service hears of the extension
+      // arguments, what the service gets of the extension
       {"page.html", "$EXT$:.html|"},
       {"a.tar.gz", "$EXT$:.gz|"},
       {"--name c.c page.html", "$EXT$:.c|"},

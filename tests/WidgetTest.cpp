@@ -45,7 +45,7 @@ void WaitFor(auto reached) {
   EXPECT_TRUE(reached());
 }
 
-// A fresh control window on the screen, nothing in it.
+// A fresh control window on the screen, all fields empty.
 struct Windows : testing::Test {
   void SetUp() override {
     display.CloseWindow();
@@ -61,7 +61,7 @@ TEST_F(Windows, HaveEveryControlInItsPlace) {
   const struct {
     const char *Name, *TextAndTip;
     int Left, Top, Height;                       // twips
-    const char *Field = "", *Form = "FControl";  // the size is that of the field beside a label
+    const char *Field = "", *Form = "FControl";  // a label has the size of its field
     int Width = 5500;
   } rows[] = {
       {"Label1(3)", "Action|aktuelle Aktion", 120, 120, 288, "aktion"},
@@ -133,7 +133,7 @@ TEST_F(Windows, LogFollowsWithoutItsDroppedLines) {
     display.AppendLine(std::to_string(i) + filler);
     if (i % 500 == 0) WaitFor([=] { return satz->blockCount() > 1; });
   }
-  EXPECT_EQ(satz->verticalScrollBar()->value(), 0);  // nothing moves the view
+  EXPECT_EQ(satz->verticalScrollBar()->value(), 0);  // the view stays where it is
   const std::string held = display.Text(Field::Satz);
   const auto lines = std::ranges::count(held, '\n');
   WaitFor([=] { return satz->blockCount() == 3 * lines + 1; });  // three pieces each
@@ -193,7 +193,7 @@ void ReturnsToAScreenThatExists(MainWindow& window) {
   EXPECT_TRUE(form->screen()->geometry().contains(form->windowHandle()->geometry()));
 }
 
-// A message box within an event; another descriptor, which is ready meanwhile, waits for its end.
+// A message box within an event. Another descriptor is ready meanwhile and waits for its end.
 TEST_F(Windows, ServeTheLoopUntilTheMainWindowCloses) {
   const int first = eventfd(1, 0);
   const int second = eventfd(1, 0);

@@ -116,7 +116,7 @@ class Service(contextlib.AbstractContextManager):
         return b"+OK" in replies[6:]
 
     def honest(self):
-        """The service takes a file, and has touched nothing but its own ones."""
+        """The service takes a file, and has touched no files but its own."""
         eventually(lambda: self.transfer(b"honest", b"h.txt"), "an honest sender is served")
         assert self.holds("f$~.h.txt", b"honest")
         for name in ("../precious", "../outside/precious"):
