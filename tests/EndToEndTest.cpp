@@ -175,21 +175,18 @@ TEST_P(EndToEnd, ACrowdIsRefusedAtOnce) {
 }
 
 TEST(Port, OneAddressAlone) {
-  const struct {
-    const char* Listen;
-    bool OverV4, OverV6;
-  } rows[] = {{"127.0.0.1", true, false},
-              {"0.0.0.0", true, false},
-              {"::1", false, true},
-              {"::", false, true},
-              {"", true, true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.Listen);
-    Running service("[Global]\nListen=" + std::string(row.Listen) + "\n");
-    EXPECT_EQ(static_cast<bool>(Peer::Tcp(service.Port)), row.OverV4);
+  const std::tuple<std::string, bool, bool> rows[] = {
+      // Listen, reached over IPv4, over IPv6
+      {"127.0.0.1", true, false}, {"0.0.0.0", true, false}, {"::1", false, true},
+      {"::", false, true},        {"", true, true},
+  };
+  for (const auto& [listen, overV4, overV6] : rows) {
+    SCOPED_TRACE(listen);
+    Running service("[Global]\nListen=" + listen + "\n");
+    EXPECT_EQ(static_cast<bool>(Peer::Tcp(service.Port)), overV4);
     // A connection before is not over at once.
-    EXPECT_EQ(static_cast<bool>(row.OverV6 ? service.Connect(true) : Peer::Tcp(service.Port, true)),
-              row.OverV6);
+    const Peer peer = overV6 ? service.Connect(true) : Peer::Tcp(service.Port, true);
+    EXPECT_EQ(static_cast<bool>(peer), overV6);
   }
 }
 

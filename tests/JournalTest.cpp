@@ -36,6 +36,8 @@ struct JournalTest : testing::Test {
   JournalTest() { folder = ::mkdtemp(folder.data()); }
   ~JournalTest() override { std::filesystem::remove_all(folder); }
 
+  void Write() const { SystemJournal(folder + "/journal", folder + "/log").Write(entry); }
+
   std::string folder = testing::TempDir() + "journalXXXXXX";
   JournalEntry entry{.Warning = true,
                      .Message = "refused\nPRIORITY=0",
@@ -47,7 +49,7 @@ struct JournalTest : testing::Test {
 TEST_F(JournalTest, FieldsOfTheJournal) {
   const Daemon journal(folder + "/journal");
   const Daemon syslog(folder + "/log");
-  SystemJournal(folder + "/journal", folder + "/log").Write(entry);
+  Write();
   EXPECT_EQ(journal.Take(),
             "MESSAGE=refused\\nPRIORITY=0\nPRIORITY=4\nSYSLOG_IDENTIFIER=quorbin\nPEER=10.0.0.7\n"
             "FILE=a\\nb\\x1B[m\\xE2\\x80\\xAE\nCOMMAND=" +
@@ -59,7 +61,7 @@ TEST_F(JournalTest, LosesOneCharacterAtMostAtTheCut) {
   const Daemon journal(folder + "/journal");
   entry.Fields = {{"FILE", "\x01"}};
   for (int i = 0; i < 300; ++i) entry.Fields[0].Value += "\u4E2D";
-  SystemJournal(folder + "/journal", folder + "/log").Write(entry);
+  Write();
   const std::string datagram = journal.Take();
   const std::size_t length = datagram.size() - datagram.find("FILE=") - 6;
   EXPECT_GE(length, 508U);
@@ -69,7 +71,7 @@ TEST_F(JournalTest, LosesOneCharacterAtMostAtTheCut) {
 TEST_F(JournalTest, SyslogWithoutAJournal) {
   const Daemon syslog(folder + "/log");
   entry.Warning = false;
-  SystemJournal(folder + "/journal", folder + "/log").Write(entry);
+  Write();
   const std::string line = syslog.Take();
   EXPECT_TRUE(line.starts_with("<14>")) << line;
   const std::string tag = " quorbin[" + std::to_string(::getpid()) + "]: ";
@@ -77,7 +79,7 @@ TEST_F(JournalTest, SyslogWithoutAJournal) {
 }
 
 TEST_F(JournalTest, NeverWaits) {
-  SystemJournal(folder + "/none", folder + "/none").Write(entry);
+  Write();
   const Daemon full(folder + "/journal");
   SystemJournal journal(folder + "/journal", folder + "/log");
   for (int i = 0; i < 10000; ++i) journal.Write(entry);  // nobody reads

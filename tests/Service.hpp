@@ -158,9 +158,9 @@ class Service {
   bool Shows(const std::string& text) const {
     return Eventually([&] { return Contents(Home / "out").find(text) != std::string::npos; });
   }
-  // What the viewer got of the next file; empty if none comes.
+  // What the viewer got of the next file; "(none)" if none comes.
   std::string Viewed() const {
-    if (!Eventually([&] { return fs::exists(Home / "view.ed"); })) return {};
+    if (!Eventually([&] { return fs::exists(Home / "view.ed"); })) return "(none)";
     const std::string bytes = Contents(Home / "view.ed");
     fs::remove(Home / "view.ed");
     return bytes;
