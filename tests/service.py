@@ -96,7 +96,7 @@ class Service(contextlib.AbstractContextManager):
                 time.sleep(0.0005)
 
     def talk(self, *messages, peer=None, host="127.0.0.1"):
-        """The replies, up to the end of the connection. A given peer stays open."""
+        """The replies, up to the end of the connection. A given peer is left to the caller."""
         replies = []
         with contextlib.ExitStack() as stack:
             stack.enter_context(contextlib.suppress(ConnectionError))
@@ -118,10 +118,10 @@ class Service(contextlib.AbstractContextManager):
     def honest(self):
         """The service takes a file, and has touched no files but its own."""
         eventually(lambda: self.transfer(b"honest", b"h.txt"), "an honest sender is served")
-        assert self.holds("f$~.h.txt", b"honest")
+        assert self.holds("f$~.h.txt", b"honest"), "an honest sender's file"
         for name in ("../precious", "../outside/precious"):
             assert self.holds(name, b"precious"), name
-        assert not (self.home / "precious2").exists()
+        assert not (self.home / "precious2").exists(), "a shell has expanded a name"
 
     def holds(self, name, content):
         return (self.home / "tmp" / name).read_bytes() == content
