@@ -250,13 +250,11 @@ TEST(QuorbinCheck, UnreadableSettingsAndWrongUsage) {
   const Check directory(service, "--quiet");
   EXPECT_EQ(directory.Status, 2);
   EXPECT_THAT(directory.Output, HasSubstr("quorbin.ini: can't be read (Is a directory)" + all));
-  service.Replace("[Hosts]
-Default=*deny
-");
+  service.Replace("[Hosts]\nDefault=*deny\n");
   EXPECT_EQ(Check(service).Status, 0);
   for (const char* const wrong :
        {"--host a --ext .b", "--name x", "--prefix x", "--nothing", "x", "--ext .x --name a/b",
-        "--ext .x --name 'x\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
+        "--ext .x --name 'x\\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
     EXPECT_EQ(Check(service, wrong).Status, 2) << wrong;
   }
   EXPECT_EQ(Check(service, "--version").Status, 0);
