@@ -225,8 +225,8 @@ void SendBuffers(ServiceConnection& service, const Source& source, std::size_t s
 // wherever the marker arrives.
 void SendStream(ServiceConnection& service, const Source& source, ProgressBar& progress) {
   MarkerSearch search;
-  service.Send(
-      Header(BufferHeader::Size + static_cast<std::size_t>(*source.size) + Token::Eof.size()));
+  const auto size = static_cast<std::size_t>(source.size.value_or(0));  // known since the search
+  service.Send(Header(BufferHeader::Size + size + Token::Eof.size()));
   std::vector<char> piece(PieceSize);
   while (const std::size_t n = source.Read(piece.data(), piece.size())) {
     search.Take({piece.data(), n});
