@@ -138,9 +138,9 @@ std::error_code TcpListener::Open() {
   SetOption(listener, IPPROTO_TCP, TCP_KEEPCNT, KeepCount);
   SetOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, UserTimeout);
 
-  // With SO_REUSEPORT this makes the system remember our user as the one that shares the port,
-  // while SO_REUSEADDR still ignores connections that no process owns any more. From here on only
-  // another listener of our own user could make a listen() fail.
+  // The first listen() with SO_REUSEPORT makes the system remember our user as the one that may
+  // share the port, while SO_REUSEADDR still ignores connections that no process owns any more.
+  // After it only another listener of our own user could make a listen() fail.
   SetOption(listener, SOL_SOCKET, SO_REUSEPORT, 1);
   if (::listen(listener, Backlog) != 0) return LastError();
   SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 0);

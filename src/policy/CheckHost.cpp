@@ -50,7 +50,7 @@ HostDecision CheckHost(Form1& form, const std::string& PeerAddress) {
   const std::string address(Trim(PeerAddress));
   std::string value = entry(address);
   if (value != hostDefault) return decision(address, value);
-  // An entry that equals the default decides nothing: the name does.
+  // An entry that equals the default reads like none, so it does not decide: the name does.
   const std::string name = PeerName(form, PeerAddress);
   value = entry(name);
   return decision(value != hostDefault ? name : std::string(Key::Default), value);

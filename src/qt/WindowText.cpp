@@ -19,7 +19,7 @@ bool BreaksLine(QChar c) {
          c == QChar(0xFDD1);
 }
 
-void AppendLine(QString& log, const QString& line) {
+void AppendWrapped(QString& log, const QString& line) {
   qsizetype length = 0;
   for (const QChar c : line) {
     if (BreaksLine(c)) {
@@ -49,7 +49,7 @@ QString ToLog(std::string_view bytes) {
   QString log;
   while (!bytes.empty()) {
     const std::size_t end = bytes.find("\r\n");
-    AppendLine(log, ToText(bytes.substr(0, end)));
+    AppendWrapped(log, ToText(bytes.substr(0, end)));
     if (end == std::string_view::npos) break;
     log += u'\n';
     bytes.remove_prefix(end + 2);

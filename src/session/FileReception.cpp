@@ -48,14 +48,16 @@ std::error_code OpenGenerated(Form1& form, const std::error_code& reason) {
 // Opens the file under the name that the sender gave. One that is not usable never reaches the
 // file system.
 std::error_code OpenAnnounced(Form1& form) {
-  if (!IsUsableName(form.Session.FileName))
+  if (!IsUsableName(form.Session.FileName)) {
     return std::make_error_code(std::errc::invalid_argument);
+  }
   form.Files.Kill(OutputPath(form.Session));
   return OpenOutputFile(form);
 }
 
-void GiveUpTransfer(Form1& form, const std::error_code& error) {
+void BreakOff(Form1& form, const std::error_code& error) {
   LogError(form, error.value(), error.message());
+  RecordConnection(form, Outcome::BrokenOff, Ending::Bad);
   PeerClosed(form);
 }
 
@@ -122,7 +124,7 @@ void EndOfDataBinary(Form1& form) {
   EndOfData(form, left == 0 ? Reply::Ok : std::string_view(shortfall), Aktion::ExecutingBinary);
 }
 
-// Removes the end marker from the end of RecvBuf; false if there is none.
+// Removes the end marker from the end of the chunk; false if there is none.
 bool TakeEndMarker(std::string_view& chunk) {
   if (!chunk.ends_with(Token::Eof)) return false;
   chunk.remove_suffix(Token::Eof.size());
@@ -143,7 +145,7 @@ void TextChunk(Form1& form, std::int64_t ChunkLen) {
     form.FControl.Write(Field::aktion, Aktion::Writing);
     if (!error) error = WriteText(form);
     if (error) {
-      GiveUpTransfer(form, error);
+      BreakOff(form, error);
       return;
     }
   }
@@ -190,7 +192,7 @@ void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
     LogBlock(form, ChunkLen);
     if (!error) error = WriteBinary(form);
     if (error) {
-      GiveUpTransfer(form, error);
+      BreakOff(form, error);
       return;
     }
   } else if (last) {
@@ -222,7 +224,7 @@ void AcceptData(Form1& form) {
   form.FControl.Write(Field::dateiname, OutputPath(form.Session));
   if (const std::error_code reason = OpenAnnounced(form)) {
     if (const std::error_code error = OpenGenerated(form, reason)) {
-      GiveUpTransfer(form, error);
+      BreakOff(form, error);
       return;
     }
   }

@@ -109,7 +109,7 @@ void SetNamePrefix(Form1& form) {
   form.Session.NamePrefix = std::move(prefix);
 }
 
-std::string SetLimits(Form1& form) {
+std::string SetListenAndParameters(Form1& form) {
   const auto read = [&form](std::string_view key) {
     return ReadSetting(form, Section::Global, key, "", LongValue);
   };

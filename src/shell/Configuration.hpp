@@ -72,6 +72,6 @@ void SetNamePrefix(Form1& form);
 
 // Listen and Parameters, which limit what peers can do. Returns an invalid value as "KEY=VALUE",
 // since it must not be taken for the default; empty if both are valid.
-std::string SetLimits(Form1& form);
+std::string SetListenAndParameters(Form1& form);
 
 }  // namespace quorbin

@@ -63,12 +63,11 @@ void Load(Form1& form) {
   form.Window.SetCaption("Quorbin Version " + form.Session.ProgramVersion);
   CentreControls(form);
   form.Window.SetLabel2(MakersNotice);
-  form.LinkHostCount = -1;
   ReadModes(form);
   ApplyIconMode(form);
   SetDirectories(form);
   SetListeningPort(form);
-  if (const std::string wrong = SetLimits(form); !wrong.empty()) {
+  if (const std::string wrong = SetListenAndParameters(form); !wrong.empty()) {
     EndWithMessage(
         form, "Wrong value in the section Global of " + SettingsPath(form) + ": " + wrong, title);
   }

@@ -53,14 +53,14 @@ struct Form1 : Platform {
   std::int16_t ControlMode = 0;   // 0: link channel closed; 1: it decides on peers; else: open
   std::int16_t IconMode = 0;      // 0: hidden, with a tray icon; below 2: hidden; else: shown
   std::int16_t HostMode = 0;      // 1: deny by default; 3: link channel's table; else: allow
-  std::int16_t ExtMode = 0;       // 1: deny by default; else: ask the registry
+  std::int16_t ExtMode = 0;       // 1: deny by default; else: ask the registry; read at each use
   std::string ListenAddress;      // empty: all; LocalPeer: the Unix socket; else one address
   bool ParametersAllowed = true;  // peers may choose parameters of the viewer
   std::string ProfileBuf;         // read buffer of every settings read
 
   // Host table of the link channel. LinkHostCount does not count: it is -1 until the first "con"
   // and 0 from then on, and while it is -1 the table admits nobody.
-  std::int32_t LinkHostCount = 0;
+  std::int32_t LinkHostCount = -1;
   std::array<std::string, 33> LinkHosts;  // an empty text is a free slot
 
   // Value of the link channel's item of this name: the last command that changed it.
