@@ -261,6 +261,10 @@ TEST(Record, OneEntryForEachConnection) {
            "EXTENSION=.txt BYTES=3 COMMAND=view \"/t/f$~.temp814724.tmp\" TASK=1234 "
            "RESULT=viewer started ",
        true},
+      {"", "$FILE$:a.txt|(no open)|$DATA$",
+       admitted + "FILE=temp814724.tmp MOVED_FROM=a.txt MOVED_BY=13 Permission denied " +
+           "EXTENSION=.txt RESULT=transfer broken off ERROR=13 Permission denied ",
+       true},
       {"", "(closed)", admitted + "RESULT=closed by the peer ", false},
       {"", "(error)", admitted + "RESULT=closed by the peer ERROR=104 reset ", true},
   };
@@ -272,6 +276,8 @@ TEST(Record, OneEntryForEachConnection) {
       bool cancelDisplay = false;
       if (chunk == "(full)") {
         world.files.failWrite = {1};
+      } else if (chunk == "(no open)") {
+        world.files.failOpen = {1, 2};
       } else if (chunk == "(closed)") {
         PeerClosed(world.form);
       } else if (chunk == "(error)") {
