@@ -254,7 +254,8 @@ TEST(QuorbinCheck, UnreadableSettingsAndWrongUsage) {
   EXPECT_EQ(Check(service).Status, 0);
   for (const char* const wrong :
        {"--host a --ext .b", "--name x", "--prefix x", "--nothing", "x", "--ext .x --name a/b",
-        "--ext .x --name 'x\\'", "--ext .x --name /h/", "--ext .x --name ''", "--host"}) {
+        "--ext .x --name 'x\\'", "--ext .x --name /h/", "--ext .x --name ''", "--host",
+        "--host desk"}) {
     EXPECT_EQ(Check(service, wrong).Status, 2) << wrong;
   }
   EXPECT_EQ(Check(service, "--version").Status, 0);

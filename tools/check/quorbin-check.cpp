@@ -22,6 +22,7 @@
 #include "EpollLoop.hpp"
 #include "Fd.hpp"
 #include "ForwardConfirmedResolver.hpp"
+#include "HostKeys.hpp"
 #include "LastError.hpp"
 #include "LinkClient.hpp"
 #include "LinkProtocol.hpp"
@@ -32,6 +33,7 @@
 #include "ReadFile.hpp"
 #include "RemoteName.hpp"
 #include "TcpListener.hpp"
+#include "Text.hpp"
 #include "UnixComputer.hpp"
 
 namespace quorbin::check {
@@ -220,6 +222,9 @@ can't be read, or wrong usage.)");
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(Status::Unusable);
+  }
+  if (options.Host && *options.Host != LocalPeer && !IsAddress(Trim(*options.Host))) {
+    return Complain("--host: '" + *options.Host + "' is no numeric address");
   }
   if (name->count() > 0 && !options.Host && !options.Ext) {
     return Complain("--name goes with --host or --ext");
