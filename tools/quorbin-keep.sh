@@ -10,8 +10,8 @@ fail() {
 }
 
 usage() {
-  echo 'usage: quorbin-keep [--ext EXT] [--to DIRECTORY] [--prefix PREFIX] [--no-open] FILE' >&2
-  exit 2
+  echo 'usage: quorbin-keep [--ext EXT] [--to DIRECTORY] [--prefix PREFIX] [--no-open] FILE'
+  exit "$1"
 }
 
 # Renames $1 to $2, or copies it to another file system; fails if there is a $2. That is one step,
@@ -41,11 +41,12 @@ while [ $# -gt 1 ]; do
     --to) to=$2 && shift 2 ;;
     --prefix) prefix=$2 && shift 2 ;;
     --no-open) open='' && shift ;;
-    *) usage ;;
+    *) usage 2 >&2 ;;
   esac
 done
-[ $# -eq 1 ] && [ "$ext" != . ] || usage
+[ $# -eq 1 ] && [ "$ext" != . ] || usage 2 >&2
 case $1 in
+  --help) usage 0 ;;
   */*) file=$1 ;;
   *) file=./$1 ;;
 esac
