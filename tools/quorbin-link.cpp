@@ -106,7 +106,8 @@ int main(int argc, char** argv) try {
   CLI::App app("Controls the running Quorbin service of the same user.", "quorbin-link");
   NameInUsageErrors(app);
   app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
-  app.add_option("VERB", verb, "execute a command, request an item's value, or notify an item")
+  app.add_option("VERB", verb,
+                 "execute gives a command, request asks for the last one, notify stops the service")
       ->required()
       ->check(CLI::IsMember(std::vector<std::string>{std::string(LinkProtocol::Execute),
                                                      std::string(LinkProtocol::Request),
