@@ -476,7 +476,7 @@ TEST(QuorbinCheck, ReadmeSession) {
     ASSERT_NE(place, std::string::npos) << line;
     settings.insert(place + line.size(), more);
   };
-  insertAfter("\n127.0.0.1=*allow\n", "10.0.0.0/24=*allow\n10.0.0.9=*Deny\n");
+  insertAfter("\n*local=*allow\n", "10.0.0.0/24=*allow\n10.0.0.9=*Deny\n");
   insertAfter("\nexe=*deny\n", "log=les \"%1\"\n");
   const std::size_t port = settings.find("\nPort=9438\n");
   ASSERT_NE(port, std::string::npos);
