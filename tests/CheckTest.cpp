@@ -186,9 +186,11 @@ std::string WithHosts(const std::string& settings) {
   return complete ? settings : settings + "[Hosts]\nDefault=*deny\n";
 }
 
+// In words, and in JSON with the answer to each question.
 TEST(QuorbinCheck, WarnsOfDamagedSettings) {
   const PlainService service;
   ASSERT_GE(DamagedFiles.size(), 40U);
+  bool namesLines = false;
   for (const auto& [settings, warnings] : DamagedFiles) {
     service.Replace(WithHosts(settings));
     std::string expected;
@@ -199,7 +201,21 @@ TEST(QuorbinCheck, WarnsOfDamagedSettings) {
     const Check outcome(service, "--quiet");
     EXPECT_EQ(outcome.Output, expected) << settings;
     EXPECT_EQ(outcome.Status, warnings.empty() ? 0 : 1) << settings;
+    for (const std::string question : {"", "--ext .txt", "--host 10.0.0.7 --name x", "--quiet"}) {
+      const Check asked(service, "--json " + question);
+      const auto report = nlohmann::json::parse(asked.Output);
+      EXPECT_LE(asked.Status, 1);
+      EXPECT_EQ(report["status"], asked.Status);
+      EXPECT_EQ(report["warnings"].size(), warnings.size()) << settings;
+      for (const auto& value : report.value("values", nlohmann::json::array())) {
+        namesLines = namesLines || value.value("line", 0) == 2;
+      }
+      if (question.starts_with("--ext")) {
+        EXPECT_EQ(report["explanation"].back()["name"], "verdict");
+      }
+    }
   }
+  EXPECT_TRUE(namesLines);
 }
 
 TEST(QuorbinCheck, WarnsOfTheSurroundings) {
@@ -284,6 +300,13 @@ TEST(QuorbinCheck, ValuesAndWhereTheyComeFrom) {
     EXPECT_THAT(outcome.Output, HasSubstr(line + "\n"));
   }
   EXPECT_EQ(outcome.Value("Hosts Default"), "(absent)");  // not read in link mode
+
+  service.Replace("[Global]\nPort=2147483648\nIcon=-32769\n");
+  fs::remove(service.Home / "config/quorbin/classes.reg");
+  const Check defaults(service);
+  EXPECT_EQ(defaults.Value("Global Port"), "9438");
+  EXPECT_EQ(defaults.Value("Global Prefix"), "/f$~.");
+  EXPECT_EQ(defaults.Value("Global Icon"), "0");
 }
 
 struct HostRow {
@@ -308,6 +331,7 @@ TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
       {"[Hosts]\nlocalhost=*deny\n", "refused by localhost=*deny"},
       {"[Hosts]\nLocalHost=\n", "admitted by localhost="},
       {"[Hosts]\n127.0.0.1=*allow\nother=*deny\n", "admitted by Default=*allow"},
+      {"[Hosts]\n1.x=*deny\n", "admitted by Default=*allow"},
       {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*deny\n", "refused by localhost=*deny"},
       {"[Hosts]\n127.0.0.1=*allow\nlocalhost=*Deny\n", "admitted by localhost=*Deny"},
       {"[Hosts]\n127.0.0.1=*deny\nlocalhost=*allow\n", "refused by 127.0.0.1=*deny"},
@@ -371,6 +395,13 @@ TEST(QuorbinCheck, ExplainsAHostStepByStep) {
   const Check outcome(service, "--host ::1 --name other");
   EXPECT_EQ(outcome.Value("host entry of the name"), "none");
   EXPECT_EQ(outcome.Value("host verdict"), "refused by Default=*deny");
+
+  // Nothing here could be a name.
+  service.Replace(
+      "[Hosts]\nHOST_ALLOW=1\nDEFAULT=*deny\n10.0.0.8=*allow\n127.1=*allow\nfd00::7=*allow\n"
+      "*LOCAL=*allow\n");
+  EXPECT_EQ(Check(service, "--host 10.0.0.7 --name pca").Value("host name"),
+            "not looked up: no entry could match one");
 }
 
 struct ExtensionRow {
@@ -394,6 +425,7 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
       {"", "reg", wrong},
       {"", "", wrong},
       {"txt=*deny", ".TXT", denied},
+      {"exe=*deny", ".EXE", denied},
       {"", ".EXE", "opened: the received file is the program that runs"},
       {"", ".exe", wrong},
       {"", ".unknown", wrong},
@@ -444,11 +476,15 @@ TEST(QuorbinCheck, DeniedParametersAreTreatedAsExplained) {
   PlainService service("[Global]\nParameters=*deny\n[Hosts]\nDefault=*allow\n");
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(Check(service, "--ext .reg").Value("extension verdict"), "opened");
-  const Check outcome(service, "--ext .reg --suffix x");
-  EXPECT_EQ(outcome.Value("extension verdict"),
-            "refused: Parameters is *deny, so the sender's texts draw -PARAM");
-  EXPECT_EQ(outcome.Status, 1);
-  EXPECT_EQ(service.Connect().Talk("$EXT$:.reg|$KDOEXT$:x"), "-PARAM");
+  for (const char* const text : {"--prefix x", "--suffix x"}) {
+    const Check outcome(service, std::string("--ext .reg ") + text);
+    EXPECT_EQ(outcome.Value("extension verdict"),
+              "refused: Parameters is *deny, so the sender's texts draw -PARAM");
+    EXPECT_EQ(outcome.Status, 1);
+  }
+  const Peer peer = service.Connect();
+  EXPECT_EQ(peer.Talk("$EXT$:.reg|$KDOEXT$:x"), "-PARAM");
+  EXPECT_EQ(peer.Talk("$KDOPRF$:x"), "-PARAM");
 }
 
 TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {
@@ -495,29 +531,6 @@ TEST(QuorbinCheck, ReadmeSession) {
     }
     EXPECT_GE(lines, 3);
   }
-}
-
-// The same warnings as in words, and the answer to each question.
-TEST(QuorbinCheck, JsonParses) {
-  const PlainService service;
-  bool namesLines = false;
-  for (const Damaged& damaged : DamagedFiles) {
-    service.Replace(WithHosts(damaged.Settings));
-    for (const std::string question : {"", "--ext .txt", "--host 10.0.0.7 --name x", "--quiet"}) {
-      const Check outcome(service, "--json " + question);
-      const auto report = nlohmann::json::parse(outcome.Output);
-      EXPECT_LE(outcome.Status, 1);
-      EXPECT_EQ(report["status"], outcome.Status);
-      EXPECT_EQ(report["warnings"].size(), damaged.Warnings.size()) << damaged.Settings;
-      for (const auto& value : report.value("values", nlohmann::json::array())) {
-        namesLines = namesLines || value.value("line", 0) == 2;
-      }
-      if (question.starts_with("--ext")) {
-        EXPECT_EQ(report["explanation"].back()["name"], "verdict");
-      }
-    }
-  }
-  EXPECT_TRUE(namesLines);
 }
 
 }  // namespace

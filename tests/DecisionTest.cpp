@@ -10,7 +10,6 @@
 #include "LinkCommands.hpp"
 #include "RegKeys.hpp"
 #include "RemoteName.hpp"
-#include "ResolveExtension.hpp"
 #include "StartViewer.hpp"
 
 namespace quorbin::fakes {
@@ -18,7 +17,6 @@ namespace {
 
 using namespace std::string_literals;
 using Pair = std::pair<std::string, std::string>;
-using Strings = std::vector<std::string>;
 
 TEST(RemoteName, ReducesNotationsAndDerivesExtensions) {
   const Pair names[] = {
@@ -30,6 +28,10 @@ TEST(RemoteName, ReducesNotationsAndDerivesExtensions) {
   for (const auto& [value, name] : names) EXPECT_EQ(ReduceName(value), name) << value;
   const Pair extensions[] = {{"a b.TXT", ".TXT"}, {"page.html", "html"}, {"ab", "ab"}, {"", ""}};
   for (const auto& [name, ext] : extensions) EXPECT_EQ(DeriveExt(name), ext) << name;
+  for (const std::string& name : {""s, "../a.txt"s, "a\0.txt"s, "12\" disk.txt"s, "a.txt\\"s}) {
+    EXPECT_FALSE(IsUsableName(name)) << name;
+  }
+  EXPECT_TRUE(IsUsableName("..a\\b 'c'.txt"));
 }
 
 TEST(Configuration, NumberFromText) {
@@ -42,27 +44,6 @@ TEST(Configuration, NumberFromText) {
       {"1e999", 0},  {"&hFFFFF", 0},   {"32767.4", 32767}, {"\n4", 4},
   };
   for (const auto& [text, n] : rows) EXPECT_EQ(WholeNumberFromText<std::int16_t>(text), n) << text;
-}
-
-TEST(Configuration, StartUpValues) {
-  // Settings, registered port; Control, Icon, ext_allow, host_allow, port and prefix of files.
-  const std::tuple<std::string, std::string, std::string> rows[] = {
-      {"", "", "0 0 0 0 9438 /f$~."},
-      {"[Global]\nControl=1\nPrefix=abc\n[Extensions]\next_allow=1", "7000", "1 0 1 3 7000 /abc."},
-      {"[global]\nCONTROL=2\nIcon=2.5\nPort=50000\nPrefix=\\abc.", "7000", "2 2 0 0 50000 /abc."},
-      {"[Global]\nPort=00000000000000000001\nPrefix=", "abc", "0 0 0 0 0 /."},
-      {"[Global]\nPort=2147483648\nIcon=-32769\n[hosts]\nhost_allow=1", "", "0 0 0 1 9438 /f$~."},
-  };
-  for (const auto& [ini, registered, values] : rows) {
-    World world(ini);
-    const Form1& form = world.form;
-    if (!registered.empty()) world.registry.values["Quorbin|Port"].Bytes = registered;
-    Load(world.form);
-    std::ostringstream got;
-    got << form.ControlMode << ' ' << form.IconMode << ' ' << form.ExtMode << ' ' << form.HostMode
-        << ' ' << world.winsock.port << ' ' << form.Session.NamePrefix;
-    EXPECT_EQ(got.str(), values) << ini;
-  }
 }
 
 TEST(Configuration, DirectoriesFromTheEnvironment) {
@@ -90,79 +71,6 @@ TEST(RegKeys, TypesAndSizes) {
   for (const auto& [type, bytes, text] : rows) {
     world.registry.values["k|v"] = {type, bytes};
     EXPECT_EQ(ReadRegValue(world.form, HKEY_CLASSES_ROOT, "k", "v"), text);
-  }
-}
-
-// Lines of the section Hosts that lead to a decision on the peer 10.0.0.7, whose name is "pca".
-TEST(CheckHost, ProfileMode) {
-  const std::pair<std::string, Strings> rows[] = {
-      {"admitted by name",
-       {"PCA=other", "Default=*deny\nPCA=", "Default=*deny\n10.0.0.7=*deny\nPCA=*allow",
-        "host_allow=1\nDefault= *allow \nother.host=*deny", "1.x=*deny"}},
-      {"refused by name",
-       {"PCA=*deny", "10.0.0.7=*allow\nPCA=*deny", "Default=*deny\n10.0.0.7=*deny\nPCA=*deny",
-        "host_allow=1\nother.host=*allow"}},
-      // The address decides, or no entry could be one of a name.
-      {"admitted",
-       {"10.0.0.7=\nPCA=*deny", "10.0.0.7=*Deny", "Default=*deny\n10.0.0.7=*allow\nPCA=*deny",
-        "Default=*deny\n10.0.0.7=", "", "host_allow=2\nDefault=*Deny",
-        "host_allow=1\nDefault= *allow ",
-        "10.0.0.8=*deny\nfd00::7=*deny\n127.1=*deny\n*LOCAL=*deny"}},
-      {"refused",
-       {"10.0.0.7=*deny\nPCA=*allow", "host_allow=1", "host_allow=1\nDefault=*ALLOW",
-        "Default=*deny", "HOST_ALLOW=1\nDEFAULT=*deny\n127.0.0.1=*allow\n::1=*allow",
-        "Default=*deny\n=*allow\npca\n[Other]\npca=*allow", "Default=*deny\n10.0.0.7=*deny",
-        "host_allow=1\nDefault=*allow" + std::string(194, 'x')}},
-  };
-  for (const auto& [decision, cases] : rows) {
-    for (const std::string& hosts : cases) {
-      // With the entry of another host the name is looked up in any case.
-      for (const std::string& other : Strings{"", "\n[Hosts]\nunrelated=*allow"}) {
-        World world("[Hosts]\n" + hosts + other);
-        world.resolver.name = "pca";
-        const std::string admitted =
-            CheckHost(world.form, "10.0.0.7").Allowed ? "admitted" : "refused";
-        const std::string byName = world.journal.empty() ? "" : " by name";
-        if (other.empty()) {
-          EXPECT_EQ(admitted + byName, decision) << hosts;
-        } else {
-          EXPECT_EQ(decision.substr(0, admitted.size()), admitted) << hosts;
-        }
-      }
-    }
-  }
-}
-
-// Extensions, a bar, and lines of the section Extensions that lead to a refusal or a command.
-TEST(ResolveExtension, DecisionTable) {
-  const std::pair<std::string, Strings> rows[] = {
-      {"extension denied: ",
-       {".txt|ext_allow=1", ".txt|Default=*deny", ".txt|txt=*deny", ".EXE|exe=*deny",
-        ".|Default=*deny", ".default|Default=*deny"}},
-      {"wrong extension: ", {".TXT|", ".unk|", ".cls|", ".exe|"}},
-      {"wrong extension: before", {"txt|", "|"}},
-      {": reg %1",
-       {".txt|", ".txt|ext_allow=1\nDefault=*allow", ".txt|ext_allow=1\ntxt=*reg",
-        ".txt|Default=*deny and more than 19", ".txt|Default=*Deny"}},
-      {": \"%1\" %*", {".EXE|"}},
-      {": view %1", {".TXT|txt=view %1"}},
-      {": ", {".txt|txt="}},
-      {": *allow", {".txt|txt=*allow"}},
-      {": " + std::string(199, 'v'), {".txt|txt=" + std::string(250, 'v')}},
-  };
-  for (const auto& [decision, cases] : rows) {
-    for (const std::string& input : cases) {
-      const std::size_t bar = input.find('|');
-      World world("[Extensions]\n" + input.substr(bar + 1));
-      world.registry.values[".txt|"].Bytes = "txtfile";
-      world.registry.values["txtfile\\shell\\open\\command|"].Bytes = "reg %1";
-      world.registry.values[".cls|"].Bytes = "noCommand";
-      std::string viewer = "before";
-      const bool allowed = ResolveExtension(world.form, input.substr(0, bar), viewer);
-      const std::string resu = world.Text(Field::resu);
-      EXPECT_EQ(resu + ": " + viewer, decision) << input;
-      EXPECT_EQ(world.Effects(), allowed ? "" : "resu=" + resu + "; kdo=; aktion=EXT; ");
-    }
   }
 }
 

@@ -205,17 +205,6 @@ TEST(Port, WrongSettingsEndTheStart) {
                         " of 192.0.2.1: Cannot assign requested address");
 }
 
-TEST_P(EndToEnd, ParametersCanBeDenied) {
-  Running service("[Global]\nParameters=*deny\n");
-  const Peer peer = service.Connect();
-  EXPECT_EQ(peer.Talk("$KDOPRF$:-before"), "-PARAM");
-  EXPECT_EQ(peer.Talk("$KDOEXT$:-after"), "-PARAM");
-  EXPECT_EQ(peer.Talk("$FILE$:a.txt|$DATA$|x|$EOF$"), "+OK");
-  EXPECT_EQ(service.Viewed(), "x\r\n");
-  EXPECT_EQ(Contents(service.Home / "view.arguments"), "\n");
-  EXPECT_EQ(Contents(service.Home / "out").find("kext"), std::string::npos);
-}
-
 TEST_P(EndToEnd, OneAtATimeAndADeniedPeerReachesNothing) {
   Running service("[Hosts]\n" + Service().PeerAddress() + "=*deny\n");
   const Peer denied = service.Connect();
@@ -289,16 +278,6 @@ TEST(Port, PortOfTheSystemsChoiceIsKept) {
   ExpectService(service);
   ExpectService(service);
   EXPECT_EQ(Contents(service.Home / "err"), message);
-}
-
-TEST(Port, PeersOfBothFamiliesOneAtATime) {
-  Running service;
-  const Peer first = service.Connect(true);
-  EXPECT_EQ(first.Talk("$VERSION$:1"), "+OK1.1.03");
-  EXPECT_TRUE(service.Shows("partner: ::1\n"));
-  EXPECT_FALSE(Peer::Tcp(service.Port));  // refused by the network
-  EXPECT_EQ(first.Talk("$EOF$"), "(closed)");
-  ExpectService(service);
 }
 
 TEST_P(EndToEnd, WhatIsAtTheOutputPathStaysAsItIs) {
