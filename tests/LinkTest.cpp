@@ -1,4 +1,4 @@
-// The link channel of the built service, through a raw socket and once through its client.
+// The link channel of the built service, through a raw socket.
 
 #include <gtest/gtest.h>
 
@@ -15,22 +15,6 @@ std::string Ask(const Service& service, const std::string& lines) {
   client.Send(lines);
   ::shutdown(client.Descriptor(), SHUT_WR);
   return client.ReceiveAll();
-}
-
-TEST(Link, ItsClientAdmitsAndDismissesPeers) {
-  Service service("[Global]\nControl=1\n");
-  ASSERT_TRUE(service.Start());
-  ::setenv("XDG_RUNTIME_DIR", service.Path("run").c_str(), 1);
-  const auto reply = [&] { return service.Connect().Talk("$VERSION$:1"); };
-  EXPECT_EQ(reply(), "(closed)");
-  EXPECT_EQ(std::system(QUORBIN_LINK " execute 'con 127.0.0.1'"), 0);
-  const Peer peer = service.Connect();
-  ASSERT_EQ(peer.Talk("$FILE$:a.txt|$DATA$|one"), "+OK");
-  EXPECT_EQ(std::system(QUORBIN_LINK " execute 'dis 127.0.0.1'"), 0);  // from the next one on
-  EXPECT_EQ(peer.Talk("two$EOF$"), "+OK");
-  EXPECT_EQ(service.Viewed(), "one\r\ntwo\r\n");
-  EXPECT_EQ(reply(), "(closed)");
-  EXPECT_EQ(std::system(QUORBIN_LINK " request stopsrv | grep -x dis"), 0);
 }
 
 TEST(Link, Lines) {
