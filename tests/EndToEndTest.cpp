@@ -140,9 +140,11 @@ TEST(Port, StartsOverWhatAnEarlierRunHasLeft) {
   // The side that closes first remembers the connection; the other one is still open.
   for (int i = 0; i < 3; ++i) EXPECT_EQ(service.Connect().Talk("$EOF$"), "(closed)");
   const Peer peer = service.Connect();
-  EXPECT_EQ(peer.Talk("$VERSION$:1"), "+OK1.1.03");
+  EXPECT_EQ(peer.Talk(Announce + "|$BUFFLEN$0000000020x"), "+OK");
   service.Stop(SIGKILL);
+  EXPECT_EQ(service.Received(), 1U);
   ASSERT_TRUE(service.Start());
+  EXPECT_EQ(service.Received(), 0U);
   ExpectService(service);
   ExpectService(service);
 }
