@@ -85,22 +85,23 @@ class Service(contextlib.AbstractContextManager):
         self.launch()
         eventually(lambda: b"aktion: listening" in self.shown() or self.process.poll() is not None)
 
-    def connect(self, host="127.0.0.1", source=""):
+    def connect(self, source=""):
         """A connection, as soon as the service listens."""
         end = time.monotonic() + PATIENCE
         while True:
             try:
-                return socket.create_connection((host, self.port), PATIENCE, (source, 0))
+                return socket.create_connection(("127.0.0.1", self.port), PATIENCE,
+                                                (source, 0))
             except ConnectionError:
                 assert time.monotonic() < end, "nothing listens"
                 time.sleep(0.0005)
 
-    def talk(self, *messages, peer=None, host="127.0.0.1"):
+    def talk(self, *messages, peer=None):
         """The replies, up to the end of the connection. A given peer is left to the caller."""
         replies = []
         with contextlib.ExitStack() as stack:
             stack.enter_context(contextlib.suppress(ConnectionError))
-            peer = peer or stack.enter_context(self.connect(host))
+            peer = peer or stack.enter_context(self.connect())
             for message in messages:
                 peer.sendall(message)
                 replies.append(peer.recv(65536))
@@ -108,11 +109,11 @@ class Service(contextlib.AbstractContextManager):
                     break
         return replies
 
-    def transfer(self, content, name, host="127.0.0.1"):
+    def transfer(self, content, name):
         """Whether the service confirmed the end of the file."""
         header = b"$BUFFLEN$%010d" % (len(content) + 19)
         replies = self.talk(b"$VERSION$:1", EXT, b"$FILETYPE$:B", b"$FILE$:" + name, DATA,
-                            header + content, b"$EOF$", b"", host=host)
+                            header + content, b"$EOF$", b"")
         return b"+OK" in replies[6:]
 
     def honest(self):
