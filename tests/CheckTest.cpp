@@ -461,7 +461,10 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
     const std::string answer = peer.Talk("$EXT$:" + ext);
     const bool refused = verdict == denied || verdict == wrong;
     EXPECT_EQ(answer, refused ? "-EXT" : "+OK") << settings;
-    if (refused) continue;
+    if (refused) {  // by the name alone as well
+      EXPECT_EQ(service.Connect().Talk("$FILE$:f" + ext + "|$DATA$"), "-KDO") << settings;
+      continue;
+    }
     const std::string data = peer.Talk("$FILE$:f|$KDOPRF$:" + prefix + "|$KDOEXT$:-s|$DATA$");
     EXPECT_EQ(data, verdict.starts_with("refused") ? "-KDO" : "+OK") << settings;
     if (data != "+OK") continue;

@@ -332,6 +332,7 @@ TEST_F(ToolsTest, LinkAnswers) {
       {"execute 'con  10.0.0.7'", "execute con  10.0.0.7\n", "accepted\n", "0:accepted\n"},
       {"execute con 10.0.0.7", "execute con 10.0.0.7\n", "accepted\n", "0:accepted\n"},
       {"execute con '*local'", "execute con *local\n", "accepted\n", "0:accepted\n"},
+      {"execute dis desk7", "execute dis desk7\n", "accepted\n", "0:accepted\n"},
       {"execute con desk7", "execute con desk7\n", "accepted\n",
        warning + "'desk7' is no address and matches nobody\naccepted\n"},
       {"execute CON FE80::1", "execute CON FE80::1\n", "accepted\n",
