@@ -165,8 +165,8 @@ struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
   void EndOfEvent() override { Note("EndOfEvent"); }
   FormState WindowState() const override { return FormState::Minimised; }
   void SetWindowState(FormState s) override { Note("State ", static_cast<int>(s)); }
-  bool Visible() const override { return true; }
-  void SetVisible(bool v) override { Note(v ? "Visible" : "Hidden"); }
+  bool Visible() const override { return visible; }
+  void SetVisible(bool v) override { visible = Noted(v, v ? "Visible" : "Hidden"); }
   void BringToUser() override { Note("BringToUser"); }
   void SetCaption(const std::string& caption) override { Note("Caption ", caption); }
   void SetLabel2(const std::string& s) override { Note("Label2 ", std::ranges::count(s, '\n')); }
@@ -179,6 +179,7 @@ struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
   }
   void RemoveIcon() override { Note("RemoveIcon"); }
   FieldTexts texts;
+  bool visible = true;
 };
 
 // Thrown by the end of the process.

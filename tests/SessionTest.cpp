@@ -6,6 +6,7 @@
 
 #include "Fakes.hpp"
 #include "Windows.hpp"
+#include "modulkorb.hpp"
 
 namespace quorbin::fakes {
 namespace {
@@ -268,6 +269,14 @@ TEST(Order, StartAndEnd) {
     EXPECT_EQ(cancel, 0);
     EXPECT_EQ(world.Effects(), "CloseControl; Kill /t/f$~.*; Close; RemoveIcon; ");
   }
+}
+
+TEST(Tray, RightPressTogglesTheMainWindow) {
+  World world;
+  TrayIcon_RightPress(world.form);
+  EXPECT_EQ(world.Effects(), "State 0; Visible; BringToUser; ");
+  TrayIcon_RightPress(world.form);
+  EXPECT_EQ(world.Effects(), "State 1; Hidden; ");
 }
 
 }  // namespace
