@@ -24,8 +24,8 @@ std::string AssembleLine(const ViewerLine& parts);
 std::string Unescape(std::string_view KdoExt);
 
 // Starts the viewer of the received file, which is complete and closed, and shows line, size and
-// result. Does not wait for the viewer. A failed start shows in resu, where
-// the task number is missing, and in the journal.
+// result. Does not wait for the viewer. A failed start shows in resu, where the task
+// number is missing, and in the journal.
 void StartViewer(Form1& form);
 
 }  // namespace quorbin
