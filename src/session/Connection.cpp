@@ -5,6 +5,7 @@
 #include "CheckHost.hpp"
 #include "ConnectionRecord.hpp"
 #include "Dispatcher.hpp"
+#include "ErrorLog.hpp"
 #include "FileReception.hpp"
 #include "Lifecycle.hpp"
 #include "Words.hpp"

@@ -8,6 +8,7 @@
 
 #include "Allgemein.hpp"
 #include "ConnectionRecord.hpp"
+#include "ErrorLog.hpp"
 #include "Lifecycle.hpp"
 #include "PeerClosed.hpp"
 #include "Protocol.hpp"

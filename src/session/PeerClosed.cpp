@@ -1,6 +1,5 @@
 #include "PeerClosed.hpp"
 
-#include "Allgemein.hpp"
 #include "ConnectionRecord.hpp"
 #include "Lifecycle.hpp"
 #include "Words.hpp"
@@ -18,15 +17,6 @@ void PeerClosed(Form1& form) {
   Listen(form);
   RecordConnection(form, brokenOff ? Outcome::BrokenOff : Outcome::PeerClosed,
                    brokenOff ? Ending::Bad : Ending::Good);
-}
-
-std::string ErrorText(int Number, const std::string& Description) {
-  return std::to_string(Number) + " " + Description;
-}
-
-void LogError(Form1& form, int Number, const std::string& Description) {
-  form.FControl.AppendLine(std::string(LogLine::Error) + NumberText(Number) + " " + Description);
-  form.Session.LastError = ErrorText(Number, Description);
 }
 
 }  // namespace quorbin

@@ -2,8 +2,6 @@
 
 // The end of a connection by its peer or by an error, wherever it is noticed.
 
-#include <string>
-
 #include "Form1.hpp"
 
 namespace quorbin {
@@ -11,11 +9,5 @@ namespace quorbin {
 // The connection is over from the peer's side, or by an error: a partial file and all other
 // received files are deleted, and the program listens again. Also the Close event.
 void PeerClosed(Form1& form);
-
-// An error as the journal has it.
-std::string ErrorText(int Number, const std::string& Description);
-
-// Appends "Error: " with number and text to the log, at every LogLevel.
-void LogError(Form1& form, int Number, const std::string& Description);
 
 }  // namespace quorbin
