@@ -88,8 +88,8 @@ struct FakeProfile : SettingsFile {
     const std::string_view value = FindSetting(ini, section, key).value_or(defaultText);
     return static_cast<std::uint32_t>(value.copy(buffer.data(), buffer.size() - 1));
   }
-  std::vector<std::string> Keys(std::string_view section, const std::string&) override {
-    return FindKeys(ini, section);
+  void ForEachKey(std::string_view section, const std::string&, const KeyVisitor& visit) override {
+    VisitKeys(ini, section, visit);
   }
   std::string ini;
 };

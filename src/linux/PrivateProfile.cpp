@@ -47,10 +47,12 @@ std::optional<SettingsLine> SettingsLines::Next() {
 
 std::optional<SettingsLine> FindEntry(std::string_view file, std::string_view section,
                                       std::string_view key) {
+  if (key.empty()) return {};
   SettingsLines lines(file);
   while (const std::optional<SettingsLine> line = lines.Next()) {
-    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Section, section) &&
-        EqualsNoCase(line->Key, key)) {
+    // The key first: most lines differ in it, and few in the section.
+    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Key, key) &&
+        EqualsNoCase(line->Section, section)) {
       return line;
     }
   }
@@ -64,15 +66,11 @@ std::optional<std::string_view> FindSetting(std::string_view file, std::string_v
   return line->Value;
 }
 
-std::vector<std::string> FindKeys(std::string_view file, std::string_view section) {
-  std::vector<std::string> keys;
+void VisitKeys(std::string_view file, std::string_view section, const KeyVisitor& visit) {
   SettingsLines lines(file);
   while (const std::optional<SettingsLine> line = lines.Next()) {
-    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Section, section)) {
-      keys.emplace_back(line->Key);
-    }
+    if (line->Kind == LineKind::Entry && EqualsNoCase(line->Section, section)) visit(line->Key);
   }
-  return keys;
 }
 
 const std::string& PrivateProfile::Read(const std::string& path) {
@@ -95,8 +93,9 @@ std::uint32_t PrivateProfile::GetPrivateProfileString(std::string_view section,
   return static_cast<std::uint32_t>(count);
 }
 
-std::vector<std::string> PrivateProfile::Keys(std::string_view section, const std::string& path) {
-  return FindKeys(Read(path), section);
+void PrivateProfile::ForEachKey(std::string_view section, const std::string& path,
+                                const KeyVisitor& visit) {
+  VisitKeys(Read(path), section, visit);
 }
 
 }  // namespace quorbin

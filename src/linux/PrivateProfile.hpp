@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "EventLoop.hpp"
 #include "SettingsFile.hpp"
@@ -51,8 +50,8 @@ std::optional<SettingsLine> FindEntry(std::string_view file, std::string_view se
 std::optional<std::string_view> FindSetting(std::string_view file, std::string_view section,
                                             std::string_view key);
 
-// The keys of the section, in their order.
-std::vector<std::string> FindKeys(std::string_view file, std::string_view section);
+// Visits the keys of the section in their order.
+void VisitKeys(std::string_view file, std::string_view section, const KeyVisitor& visit);
 
 // The settings file in the private profile format. It is read in full at the first call of an
 // event, so that all answers of one event come from one version of a file that is replaced
@@ -67,7 +66,8 @@ class PrivateProfile final : public SettingsFile {
   std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
                                         std::string_view defaultText, std::span<char> buffer,
                                         const std::string& path) override;
-  std::vector<std::string> Keys(std::string_view section, const std::string& path) override;
+  void ForEachKey(std::string_view section, const std::string& path,
+                  const KeyVisitor& visit) override;
 
  private:
   // The bytes of the file, read once per event.

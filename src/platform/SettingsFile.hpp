@@ -1,14 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "PlatformInterface.hpp"
 
 namespace quorbin {
+
+using KeyVisitor = std::function<void(std::string_view key)>;
 
 class SettingsFile : public PlatformInterface {
  public:
@@ -21,9 +23,10 @@ class SettingsFile : public PlatformInterface {
                                                 std::span<char> buffer,
                                                 const std::string& path) = 0;
 
-  // The keys of the section in their order, as they are written there; none if the file or the
-  // section is missing. The file is read afresh at every call.
-  virtual std::vector<std::string> Keys(std::string_view section, const std::string& path) = 0;
+  // Visits the keys of the section in their order, as they are written there; none if the file or
+  // the section is missing.
+  virtual void ForEachKey(std::string_view section, const std::string& path,
+                          const KeyVisitor& visit) = 0;
 };
 
 }  // namespace quorbin

@@ -1,7 +1,7 @@
 #include "CheckHost.hpp"
 
 #include <algorithm>
-#include <vector>
+#include <string_view>
 
 #include "Configuration.hpp"
 #include "Protocol.hpp"
@@ -21,17 +21,19 @@ bool InLinkTable(const Form1& form, std::string_view address) {
 
 // True for a key of the section that could be a host name: neither a setting nor an address, nor
 // the entry of the peers without a port.
-bool MayBeHostName(const std::string& key) {
-  const std::string lower = LCase(key);
-  if (lower == Key::HostAllow || lower == LCase(Key::Default) || lower == LocalPeer) return false;
-  return key.find(':') == key.npos && key.find_first_not_of("0123456789.") != key.npos;
+bool MayBeHostName(std::string_view key) {
+  if (key.find_first_not_of("0123456789.") == key.npos || key.find(':') != key.npos) return false;
+  return !EqualsNoCase(key, Key::HostAllow) && !EqualsNoCase(key, Key::Default) &&
+         !EqualsNoCase(key, LocalPeer);
 }
 
 // The peer's host name, which takes a lookup; empty where no entry could match one.
 std::string PeerName(Form1& form, const std::string& address) {
-  const std::vector<std::string> keys = form.Profile.Keys(Section::Hosts, SettingsPath(form));
-  if (!std::ranges::any_of(keys, MayBeHostName)) return {};
-  return form.Socket1.ResolverName(address);
+  bool anyName = false;
+  form.Profile.ForEachKey(Section::Hosts, SettingsPath(form), [&anyName](std::string_view key) {
+    anyName = anyName || MayBeHostName(key);
+  });
+  return anyName ? form.Socket1.ResolverName(address) : "";
 }
 
 }  // namespace

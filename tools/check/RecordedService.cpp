@@ -34,9 +34,9 @@ std::uint32_t RecordingProfile::GetPrivateProfileString(std::string_view section
   return count;
 }
 
-std::vector<std::string> RecordingProfile::Keys(std::string_view section,
-                                                const std::string& /*path*/) {
-  return sources_.Profile.Keys(section, sources_.File.Path);
+void RecordingProfile::ForEachKey(std::string_view section, const std::string& /*path*/,
+                                  const KeyVisitor& visit) {
+  sources_.Profile.ForEachKey(section, sources_.File.Path, visit);
 }
 
 std::optional<RegValue> RecordingRegistry::QueryValue(std::uint32_t RootKey,

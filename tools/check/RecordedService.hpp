@@ -81,7 +81,8 @@ class RecordingProfile final : public SettingsFile {
   std::uint32_t GetPrivateProfileString(std::string_view section, std::string_view key,
                                         std::string_view defaultText, std::span<char> buffer,
                                         const std::string& path) override;
-  std::vector<std::string> Keys(std::string_view section, const std::string& path) override;
+  void ForEachKey(std::string_view section, const std::string& path,
+                  const KeyVisitor& visit) override;
 
  private:
   const Sources& sources_;

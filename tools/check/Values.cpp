@@ -39,10 +39,9 @@ std::vector<SettingRead> ReadEntries(RecordedService& service, std::string_view 
                                      const std::string& defaultText) {
   std::vector<std::string> keys;
   std::set<std::string> seen;
-  for (std::string& key : service.Form.Profile.Keys(section, SettingsPath(service.Form))) {
-    if (IsReserved(section, key) || !seen.insert(LCase(key)).second) continue;
-    keys.push_back(std::move(key));
-  }
+  service.Form.Profile.ForEachKey(section, SettingsPath(service.Form), [&](std::string_view key) {
+    if (!IsReserved(section, key) && seen.insert(LCase(key)).second) keys.emplace_back(key);
+  });
   return service
       .Record([&](Form1& form) {
         for (const std::string& key : keys) {
