@@ -190,7 +190,7 @@ TEST_F(ToolsTest, GoesOnWithTheNextFile) {
   std::ofstream("f.txt") << "one";
   std::ofstream("g.txt") << "two";
   resetNext = true;
-  EXPECT_EQ(Send("$S f.txt x.txt g.txt"), "1:quorbin-send: x.txt: No such file or directory\n");
+  EXPECT_EQ(Send("$S f.txt x g.txt"), "1:quorbin-send: x: No such file or directory\n");
   EXPECT_EQ(Count(chunks, "one|$EOF$|"), 1U);
   EXPECT_TRUE(chunks.ends_with("two|$EOF$|"));
   EXPECT_EQ(Count(chunks, "$DATA$|"), 2U);

@@ -146,9 +146,9 @@ void Deliver(const Options& options, const std::string& file) {
   // The service drops blanks at the end of a value (except of the prefix).
   if (name.ends_with(' ')) throw Failure{"the name ends in a blank; give another with --name"};
   if (options.ext && options.ext->ends_with(' ')) throw Failure{"the extension ends in a blank"};
+  Source source = OpenSource(file);
   const std::string ext = options.ext ? *options.ext : SuffixOf(name);
 
-  Source source = OpenSource(file);
   // A transfer that breaks off costs the service its other files, so what can't be sent is found
   // before it begins. Buffers take anything.
   const bool anything = !options.text && !options.noVersion;

@@ -162,7 +162,9 @@ void ExplainExtension(RecordedService& service, const Transfer& transfer, const 
   Transfer opened = transfer;
   const Trace asked = service.Record(
       [&](Form1& form) { allowed = ResolveExtension(form, transfer.Ext, opened.ViewerCmd); });
-  if (!asked.Reads.empty()) {
+  if (asked.Reads.empty()) {
+    steps.Add("entry", "not looked for: an extension begins with a dot");
+  } else {
     AddDefault(steps, service, asked.Reads.front(), asked);
     AddEntry(steps, service, "entry", asked.Reads.back());
   }

@@ -35,6 +35,7 @@
 #include "TcpListener.hpp"
 #include "Text.hpp"
 #include "UnixComputer.hpp"
+#include "Usage.hpp"
 
 namespace quorbin::check {
 namespace {
@@ -199,6 +200,7 @@ int Run(int argc, char** argv) {
   Options options;
   CLI::App app("Checks the settings of Quorbin and says what they mean for a peer or an extension.",
                "quorbin-check");
+  NameInUsageErrors(app);
   app.set_version_flag("--version", QUORBIN_TOOL_VERSION);
   CLI::Option* const host =
       app.add_option("--host", options.Host, "Say what happens to this peer, a numeric address");
