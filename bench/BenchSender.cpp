@@ -71,8 +71,19 @@ std::int64_t Median(std::vector<std::int64_t> values) {
   return *middle;
 }
 
+// As quorbin-send does. A TCP connection finds its size itself.
+void EnlargeLocalQueue() {
+  int domain = 0;
+  socklen_t length = sizeof domain;
+  Check(::getsockopt(Connection, SOL_SOCKET, SO_DOMAIN, &domain, &length), "getsockopt");
+  const int size = 1 << 20;
+  if (domain != AF_UNIX) return;
+  Check(::setsockopt(Connection, SOL_SOCKET, SO_SNDBUF, &size, sizeof size), "setsockopt");
+}
+
 void Transfer(std::string_view kind, std::size_t count) {
   const bool raw = kind == "raw";
+  EnlargeLocalQueue();
   const bool paced = kind == "text" || kind == "buffers";
   const std::string message = Message(kind);
   // One answer; empty if the receiver has closed.
