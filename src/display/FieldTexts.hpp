@@ -12,7 +12,7 @@ namespace quorbin {
 class FieldTexts {
  public:
   // In bytes. If a line makes Satz longer than SatzLimit, the oldest lines are dropped, so that at
-  // most SatzKept is left.
+  // most SatzKept is left; nothing if that line alone is longer.
   static constexpr std::size_t SatzLimit = std::size_t{16} << 20U;
   static constexpr std::size_t SatzKept = std::size_t{8} << 20U;
 

@@ -138,9 +138,10 @@ std::error_code TcpListener::Open() {
   SetOption(listener, IPPROTO_TCP, TCP_KEEPCNT, KeepCount);
   SetOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, UserTimeout);
 
-  // The first listen() with SO_REUSEPORT makes the system remember our user as the one that may
-  // share the port, while SO_REUSEADDR still ignores connections that no process owns any more.
-  // After it only another listener of our own user could make a listen() fail.
+  // SO_REUSEADDR, set before bind, makes this first listen() succeed over connections of an earlier
+  // run. It must go after it, or another user could take the port while we do not listen.
+  // SO_REUSEPORT replaces it: the system remembers our user at this listen(), and shares the port
+  // with no other.
   SetOption(listener, SOL_SOCKET, SO_REUSEPORT, 1);
   if (::listen(listener, Backlog) != 0) return LastError();
   SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 0);

@@ -31,7 +31,7 @@ void ConnectionRequest(Form1& form, int requestID) {
   if (form.Winsock1.State() != 0) form.Winsock1.Close();
   const std::string address = form.Winsock1.RemoteHostIP();
   HostDecision decision = CheckHost(form, address);
-  const std::string name = form.Winsock1.RemoteHost();
+  const std::string name = form.Winsock1.RemoteHost();  // as the socket has it, without a lookup
   form.FControl.Write(Field::partner, name.empty() ? address : name);
   form.Winsock1.Accept(requestID);
   ClearStatusFields(form);

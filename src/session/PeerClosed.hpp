@@ -1,13 +1,13 @@
 #pragma once
 
-// The end of a connection by its peer or by an error, wherever it is noticed.
+// The end of a connection by its peer, by an error, or because a transfer can't go on.
 
 #include "Form1.hpp"
 
 namespace quorbin {
 
-// The connection is over from the peer's side, or by an error: a partial file and all other
-// received files are deleted, and the program listens again. Also the Close event.
+// Ends the connection and listens again. If a file was open, it and all other received files are
+// deleted. Also the Close event.
 void PeerClosed(Form1& form);
 
 }  // namespace quorbin

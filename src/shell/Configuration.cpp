@@ -103,6 +103,7 @@ void SetListeningPort(Form1& form) {
 
 void SetNamePrefix(Form1& form) {
   std::string prefix = ReadSetting(form, Section::Global, Key::Prefix, "f$~.", LongValue);
+  // An empty one becomes "/.", which every hidden file of the directory begins with.
   if (prefix.starts_with('\\')) prefix.front() = PathSeparator;
   if (!prefix.starts_with(PathSeparator)) prefix.insert(0, 1, PathSeparator);
   if (!prefix.ends_with('.')) prefix += '.';

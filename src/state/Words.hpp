@@ -1,6 +1,7 @@
 #pragma once
 
-// The words of the status fields and of the log.
+// The words of the status fields and of the log. Those that only the journal has are in session's
+// ConnectionRecord.hpp.
 
 #include <string_view>
 
