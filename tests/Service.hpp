@@ -40,6 +40,12 @@ inline std::string Contents(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// The text without the piece, wherever it is.
+inline std::string Without(std::string text, const std::string& piece) {
+  for (std::size_t at = 0; (at = text.find(piece, at)) != text.npos;) text.erase(at, piece.size());
+  return text;
+}
+
 // What a shell command has printed on both streams, and its exit status.
 struct Outcome {
   int Status = -1;
