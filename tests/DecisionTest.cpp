@@ -41,7 +41,7 @@ TEST(Configuration, NumberFromText) {
       {"12abc", 12}, {"abc", 0},       {"  ", 0},          {"-", 0},        {"--1", 0},
       {"&h10", 16},  {"&HfFg", 255},   {"&o17", 15},       {"&O18", 1},     {"&x1", 0},
       {"inf", 0},    {"nan", 0},       {"32767", 32767},   {"32768", 0},    {"-32768", -32768},
-      {"1e999", 0},  {"&hFFFFF", 0},   {"32767.4", 32767}, {"\n4", 4},
+      {"1e999", 0},  {"&hFFFFF", 0},   {"32767.4", 32767}, {"\n4", 4},      {"-32769", 0},
   };
   for (const auto& [text, n] : rows) EXPECT_EQ(WholeNumberFromText<std::int16_t>(text), n) << text;
 }
@@ -69,7 +69,7 @@ TEST(RegKeys, TypesAndSizes) {
   };
   World world;
   for (const auto& [type, bytes, text] : rows) {
-    world.registry.values["k|v"] = {type, bytes};
+    world.registry.value = {type, bytes};
     EXPECT_EQ(ReadRegValue(world.form, HKEY_CLASSES_ROOT, "k", "v"), text);
   }
 }

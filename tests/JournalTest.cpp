@@ -17,8 +17,7 @@ namespace {
 // A daemon that takes datagrams.
 struct Daemon {
   explicit Daemon(const std::string& path) : socket(::socket(AF_UNIX, SOCK_DGRAM, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
+    sockaddr_un address = {AF_UNIX, {}};
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     ::bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
   }

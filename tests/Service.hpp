@@ -142,8 +142,10 @@ class Service {
     Signal(signal);
     return Wait();
   }
-  // The launched program must end at once, with this message alone.
-  void ExpectNoStart(const std::string& message) {
+  // The program must end at once, with this message alone.
+  void ExpectNoStart(
+      const std::string& message, const std::function<void()>& prepare = [] {}) {
+    Launch(prepare);
     EXPECT_EQ(Wait(), 1);
     EXPECT_EQ(Contents(Home / "err"), "Error while loadingQuorbin: " + message + "\n");
     EXPECT_EQ(Contents(Home / "out"), "");

@@ -256,7 +256,6 @@ TEST(Order, StartAndEnd) {
       {"0", "State 0; Hidden; AddIcon Quorbin      ; "},
       {"1", "State 0; Hidden; "},
       {"2", ""},
-      {"3", ""},
   };
   for (const auto& [iconMode, shown] : rows) {
     World world("[Global]\nIcon="s + iconMode);

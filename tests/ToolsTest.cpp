@@ -1,12 +1,9 @@
 // The built clients against small services within the test, and all documented senders against the
 // real one.
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <pwd.h>
-#include <sys/un.h>
 
-#include <cstdio>
 #include <random>
 
 #include "Protocol.hpp"
@@ -18,12 +15,6 @@ namespace {
 using Strings = std::vector<std::string>;
 using namespace std::string_literals;
 
-std::size_t Count(const std::string& text, const std::string& piece) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = text.find(piece, at)) != text.npos; ++at) ++count;
-  return count;
-}
-
 struct ToolsTest : testing::Test {
   ToolsTest() { std::filesystem::current_path(mkdtemp(folder.data())); }
   ~ToolsTest() override { std::filesystem::remove_all(folder); }
@@ -31,7 +22,9 @@ struct ToolsTest : testing::Test {
   // Runs a shell command, and meanwhile serves connections to the address, one after the other. In
   // the command $P is the port that the system picks for an IPv4 address, and $S is quorbin-send to
   // it. Returns the exit status, a colon, and the output on both streams.
-  static std::string Run(const std::string& command, auto address, auto serve) {
+  template <class Address = sockaddr_in>
+  static std::string Run(const std::string& command, const std::function<void(int)>& serve,
+                         Address address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}}) {
     socklen_t size = sizeof address;
     auto* const general = reinterpret_cast<sockaddr*>(&address);
     const Fd listener(socket(general->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -52,10 +45,6 @@ struct ToolsTest : testing::Test {
     shutdown(listener.Get(), SHUT_RDWR);
     server.join();
     return std::to_string(outcome.Status) + ":" + outcome.Output;
-  }
-  // The same for an IPv4 address.
-  static std::string Run(const std::string& command, const std::function<void(int)>& serve) {
-    return Run(command, sockaddr_in{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}}, serve);
   }
 
   // Runs the command against a receiver that accepts every chunk. But one that begins with `odd`
@@ -121,15 +110,12 @@ TEST_F(ToolsTest, ExtensionOfTheName) {
   const Strings rows[] = {
       // arguments, what the service gets of the extension
       {"page.html", "$EXT$:.html|"},
-      {"a.tar.gz", "$EXT$:.gz|"},
-      {"--name c.c page.html", "$EXT$:.c|"},
+      {"--name c.tar.c page.html", "$EXT$:.c|"},
       {"--ext pdf page.html", "$EXT$:.pdf|"},
       {"--name a.txt page.html", ""},
       {"--name '*POSIX(/x/a.html)' page.html", "$EXT$:.html|"},
-      {"--name '*POSIX(/x/a.txt)' page.html", ""},
   };
   std::ofstream("page.html") << "";
-  std::ofstream("a.tar.gz") << "";
   for (const Strings& row : rows) {
     EXPECT_EQ(Send("$S " + row[0]), "0:");
     const std::size_t head = chunks.find('|') + 1;
@@ -191,9 +177,10 @@ TEST_F(ToolsTest, GoesOnWithTheNextFile) {
   std::ofstream("g.txt") << "two";
   resetNext = true;
   EXPECT_EQ(Send("$S f.txt x g.txt"), "1:quorbin-send: x: No such file or directory\n");
-  EXPECT_EQ(Count(chunks, "one|$EOF$|"), 1U);
-  EXPECT_TRUE(chunks.ends_with("two|$EOF$|"));
-  EXPECT_EQ(Count(chunks, "$DATA$|"), 2U);
+  const std::string version = chunks.substr(0, chunks.find('|') + 1);
+  EXPECT_EQ(Without(chunks, version),
+            "$FILETYPE$:B|$FILE$:f.txt|$DATA$|$BUFFLEN$0000000022one|$EOF$|"
+            "$FILETYPE$:B|$FILE$:g.txt|$DATA$|$BUFFLEN$0000000022two|$EOF$|");
   EXPECT_TRUE(Send("$S --name n.txt f.txt g.txt")
                   .starts_with("105:quorbin-send: --name: goes with one file only\n"));
 }
@@ -219,7 +206,7 @@ TEST_F(ToolsTest, WaitsForABusyService) {
   // A Unix socket that is not there yet.
   const auto receive = [this](int peer) { Receive(peer, "\n", ""); };
   EXPECT_EQ(Run("mv in later; (sleep 0.3; mv later in) & " QUORBIN_SEND " --socket in f.txt",
-                sockaddr_un{AF_UNIX, "in"}, receive),
+                receive, sockaddr_un{AF_UNIX, "in"}),
             "0:");
   EXPECT_TRUE(chunks.ends_with("one|$EOF$|"));
 }
@@ -292,7 +279,7 @@ TEST_F(ToolsTest, ANetworkThatCutsAnywhereForgesNothing) {
 
 TEST_F(ToolsTest, TenDocumentedSendersAtOnce) {
   Service service;
-  service.WriteScript("compare", "cmp \"$1\" " + service.Path("sent") + " && echo whole\n");
+  service.WriteScript("compare", "cmp \"$1\" " + service.Path("sent") + " && echo >> $0.d\n");
   service.Settings("log=" + service.Path("compare") + " \"%1\"\n");
   ASSERT_TRUE(service.Start());
   WriteDocumentedSender("send.py");
@@ -304,7 +291,7 @@ TEST_F(ToolsTest, TenDocumentedSendersAtOnce) {
     all += "python3 send.py 127.0.0.1 " + std::to_string(service.Port) + " " + name + ".log & ";
   }
   EXPECT_EQ(Send(all + "wait"), "0:");
-  EXPECT_TRUE(Eventually([&] { return Count(Contents(service.Home / "out"), "\nwhole\n") == 10; }));
+  EXPECT_TRUE(Eventually([&] { return Contents(service.Home / "compare.d").size() == 10; }));
 }
 
 TEST_F(ToolsTest, FaultsOfTheConnectionHaveAStatusOfTheirOwn) {
@@ -330,7 +317,6 @@ TEST_F(ToolsTest, LinkAnswers) {
   std::filesystem::current_path(directory);  // too long a path for a socket address
   const Strings rows[] = {
       {"execute 'con  10.0.0.7'", "execute con  10.0.0.7\n", "accepted\n", "0:accepted\n"},
-      {"execute con 10.0.0.7", "execute con 10.0.0.7\n", "accepted\n", "0:accepted\n"},
       {"execute con '*local'", "execute con *local\n", "accepted\n", "0:accepted\n"},
       {"execute dis desk7", "execute dis desk7\n", "accepted\n", "0:accepted\n"},
       {"execute con desk7", "execute con desk7\n", "accepted\n",
@@ -349,7 +335,7 @@ TEST_F(ToolsTest, LinkAnswers) {
       for (char c = 0; c != '\n' && recv(peer, &c, 1, 0) == 1;) line += c;
       send(peer, row[2].data(), row[2].size(), MSG_NOSIGNAL);
     };
-    EXPECT_EQ(Run(link + row[0], sockaddr_un{AF_UNIX, "qbstop"}, answer), row[3]);
+    EXPECT_EQ(Run(link + row[0], answer, sockaddr_un{AF_UNIX, "qbstop"}), row[3]);
     EXPECT_EQ(line, row[1]);
     std::filesystem::remove("qbstop");
   }
