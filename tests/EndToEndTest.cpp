@@ -48,13 +48,12 @@ TEST_P(EndToEnd, ConsoleShowsATransfer) {
   ASSERT_TRUE(service.Shows("started task "));
   std::string out = Without(Contents(service.Home / "out"), service.Home);
   out.resize(out.rfind("started task ") + 13);
-  const std::string address = service.PeerAddress();
+  const std::string partner = "partner: " + service.PeerAddress();
   EXPECT_EQ(out,
-            "aktion: listening\npartner: " + address +
+            "aktion: listening\n" + partner +
                 "\naktion: Connected\nresu: OK\n"
-                "Satz: $VERSION$:2\\\\\\x1B[m\xC3\xA4\\xE4\n"
-                "partner: " +
-                address +
+                "Satz: $VERSION$:2\\\\\\x1B[m\xC3\xA4\\xE4\n" +
+                partner +
                 " (Version 2\\\\\\x1B[m\xC3\xA4\\xE4)\n"
                 "Satz: $KDOEXT$:-z -y\nkext: -z -y\nSatz: $FILE$:/BS2/sample.txt\n"
                 "fext: (automatic) .txt\nkdo: /view \"%1\"\nSatz: $FILETYPE$:B\nftp: binary\n"
@@ -202,9 +201,7 @@ TEST_P(EndToEnd, OneAtATimeAndADeniedPeerReachesNothing) {
 }
 
 TEST(Local, OnlyTheUserAndNoPort) {
-  Service::NextWay = Way::Local;
-  Service service;
-  Service::NextWay = Way::Tcp;
+  Service service("", Way::Local);
   fs::create_directory(service.Home / "run/Quorbin");
   service.WriteFile("run/Quorbin/in", "");  // anything else there is not removed
   service.ExpectNoStart("Can't listen on *local: Address already in use");
@@ -396,7 +393,7 @@ TEST_P(EndToEnd, NoPeerGetsAClosedStream) {
   service.Launch([] { ::close_range(STDIN_FILENO, STDERR_FILENO, 0); });
   ExpectService(service);
   for (const char* stream : {"0", "1", "2"}) {
-    EXPECT_EQ(fs::read_symlink(service.DescriptorFolder() / stream), "/dev/null");
+    EXPECT_EQ(fs::read_symlink(service.ProcessFolder() / "fd" / stream), "/dev/null");
   }
 }
 

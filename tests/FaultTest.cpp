@@ -4,7 +4,6 @@
 #include <netdb.h>
 
 #include <cerrno>
-#include <map>
 #include <sstream>
 
 #include "Service.hpp"
@@ -111,21 +110,21 @@ TEST(Fault, EveryCallOfATransfer) {
       {"getnameinfo", {-EAI_MEMORY}, true},
   };
   Service service("log=true\n");
-  std::map<std::string, int> runs;
   for (const auto& row : rows) {
+    int runs = 0;
     for (const int error : row.Errors) {
       for (const int way : {0, 1, 2, 3}) {
         const int sign = way < 2 ? 1 : -1;
         if (sign < 0 && !row.Lasting) continue;
         for (int turn = 1; RunUnder(service, row.Call, sign * turn, error, way % 2 == 0); ++turn) {
-          ++runs[row.Call];
+          ++runs;
           // One listen to a transfer; the next would be for the next peer.
           if (row.Call == "listen" || HasFailure()) break;
         }
       }
     }
+    EXPECT_GT(runs, 0) << row.Call;
   }
-  for (const auto& row : rows) EXPECT_GT(runs[row.Call], 0) << row.Call;
 }
 
 // Settings that can't be read for a moment must not admit a peer that they refuse.

@@ -75,7 +75,7 @@ class Service {
   // The way of the next services.
   static inline Way NextWay = Way::Tcp;
 
-  explicit Service(const std::string& settings = {}) {
+  explicit Service(const std::string& settings = {}, Way way = NextWay) : way_(way) {
     std::string pattern = (fs::temp_directory_path() / "quorbin-test-XXXXXX").string();
     Home = ::mkdtemp(pattern.data());
     for (const char* name : {"tmp", "run", "config/quorbin"}) fs::create_directories(Home / name);
@@ -174,8 +174,7 @@ class Service {
     return bytes;
   }
   fs::path ProcessFolder() const { return "/proc/" + std::to_string(pid_); }
-  fs::path DescriptorFolder() const { return ProcessFolder() / "fd"; }
-  std::size_t Descriptors() const { return CountEntries(DescriptorFolder()); }
+  std::size_t Descriptors() const { return CountEntries(ProcessFolder() / "fd"); }
   std::size_t Received() const { return CountEntries(Home / "tmp"); }
   std::string Path(const std::string& name) const { return (Home / name).string(); }
   void WriteFile(const fs::path& name, const std::string& bytes) const {
@@ -204,7 +203,7 @@ class Service {
     return ntohs(address.sin_port);
   }
 
-  const Way way_ = NextWay;
+  const Way way_;
   pid_t pid_ = 0;
 };
 
