@@ -87,10 +87,10 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   // A file that another name begins with is not the viewer's. A viewer that leaves its file where
   // it is does not delay the deletion for long.
   for (const auto& [doomed, limit] : {std::pair(folder + "/f", 0.5), std::pair(path, 10.0)}) {
+    const auto begin = std::chrono::steady_clock::now();
     const std::optional<int> viewer = start("exec sleep 60");
     ASSERT_TRUE(viewer);
     std::ofstream(doomed) << "content";
-    const auto begin = std::chrono::steady_clock::now();
     files.Kill(doomed);
     EXPECT_FALSE(std::filesystem::exists(doomed));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::duration<double>(limit));

@@ -114,6 +114,7 @@ TEST_F(ToolsTest, ExtensionOfTheName) {
       {"--ext pdf page.html", "$EXT$:.pdf|"},
       {"--name a.txt page.html", ""},
       {"--name '*POSIX(/x/a.html)' page.html", "$EXT$:.html|"},
+      {"--name '*POSIX(/x/a.txt)' page.html", ""},
   };
   std::ofstream("page.html") << "";
   for (const Strings& row : rows) {
