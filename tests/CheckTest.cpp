@@ -59,8 +59,8 @@ struct PlainService : Service {
   }
 };
 
-// Settings files. What follows an arrow is no part of the file but the warning that its line draws.
-// A file without section Hosts gets one that is in order.
+// Settings files. What follows an arrow is no part of the file but the warning that its line draws,
+// or the line above where the arrow begins one. A file without section Hosts gets one in order.
 const std::vector<std::string> DamagedFiles = {
     // In order
     "",
@@ -384,9 +384,9 @@ TEST(QuorbinCheck, ExtensionsAreTreatedAsExplained) {
     const std::string data = peer.Talk("$FILE$:f|$KDOPRF$:" + prefix + "|$KDOEXT$:-s|$DATA$");
     EXPECT_EQ(data, verdict.starts_with("refused") ? "-KDO" : "+OK");
     if (data != "+OK") continue;
-    // What is started shows in the field kdo, and its task number in resu.
     fs::resize_file(service.Home / "out", 0);
     EXPECT_EQ(peer.Talk("$EOF$"), "+OK");
+    // What is started shows in the field kdo, and its task number in resu.
     EXPECT_TRUE(service.Shows("resu: started task "));
     EXPECT_THAT(Without(Contents(service.Home / "out"), service.Home),
                 HasSubstr("kdo: " + outcome.Value("extension command line") + "\n"));
