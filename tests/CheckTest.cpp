@@ -67,38 +67,32 @@ const std::vector<std::string> DamagedFiles = {
     "; comment\n# comment\n\n[GLOBAL]\r\ncontrol = 2 \r\nListen=127.0.0.1\nParameters=*deny\n",
     "[Global]\nListen=*local\nPort=80\n[Hosts]\nDefault=*deny\n*local=*allow\n",
     // Lines, sections and keys that the service ignores
-    R"(Control=1            -> 'Control=1' is ignored: no key, no '=' or no section
-[Global]
-Control              -> 'Control' is ignored: no key, no '=' or no section
-=1                   -> '=1' is ignored: no key, no '=' or no section
-Prot=80              -> unknown key 'Prot' of Global: it is ignored
-Default=*deny        -> unknown key 'Default' of Global: it is ignored
-Icon=1
-ICON=2               -> repeated key 'ICON': line 7 counts
-[Hots]               -> unknown section 'Hots': its lines are ignored
-10.0.0.7=*deny
-[global]             -> repeated section 'global': counts as one with line 2
-)",
+    "Control=1 -> 'Control=1' is ignored: no key, no '=' or no section\n",
+    "[Global]\nControl -> 'Control' is ignored: no key, no '=' or no section\n",
+    "[Global]\n=1 -> '=1' is ignored: no key, no '=' or no section\n",
+    "[Hots] -> unknown section 'Hots': its lines are ignored\n10.0.0.7=*deny\n",
+    "[Global]\nIcon=2\n[global] -> repeated section 'global': counts as one with line 1\n",
+    "[Global]\nProt=80 -> unknown key 'Prot' of Global: it is ignored\n",
+    "[Global]\nDefault=*deny -> unknown key 'Default' of Global: it is ignored\n",
+    "[Global]\nIcon=1\nICON=2 -> repeated key 'ICON': line 2 counts\n",
     // Numbers, the port and the prefix
+    "[Global]\nControl=yes -> Control: 'yes' is no number: counts as 0\n",
+    "[Global]\nControl= -> Control: '' is no number: counts as 0\n",
+    "[Global]\nControl=2 ; open -> Control: '2 ; open' counts as 2\n",
+    "[Global]\nIcon=2.5 -> Icon: '2.5' counts as 2\n",
+    "[Global]\nIcon=32768 -> Icon: '32768' is too large for its field: counts as 0\n",
+    "[Global]\nIcon=00000000000000000002 -> Icon: the value is cut after 19 bytes\n",
+    "[Global]\nPort=80 -> port 80 is below 1024: an ordinary user may not listen on it\n",
+    "[Global]\nPrefix=" + std::string(200, 'p') + "-> Prefix: the value is cut after 199 bytes\n",
     R"([Global]
-Control=yes          -> Control: 'yes' is no number: counts as 0
-Icon=2.5             -> Icon: '2.5' counts as 2
-Port=80              -> port 80 is below 1024: an ordinary user may not listen on it
 Prefix=
 -> Prefix is empty: every hidden file in the directory of the received files is deleted
-[Extensions]
-ext_allow=one        -> ext_allow: 'one' is no number: counts as 0
 )",
     R"([Global]
-Control=             -> Control: '' is no number: counts as 0
-Icon=32768           -> Icon: '32768' is too large for its field: counts as 0
 Prefix=\.
 -> Prefix is empty: every hidden file in the directory of the received files is deleted
 )",
-    "[Global]\nControl=2 ; open -> Control: '2 ; open' counts as 2\n"
-    "Icon=00000000000000000002 -> Icon: the value is cut after 19 bytes\n"
-    "Prefix=" +
-        std::string(200, 'p') + "-> Prefix: the value is cut after 199 bytes\n",
+    "[Extensions]\next_allow=one -> ext_allow: 'one' is no number: counts as 0\n",
     // The service ends at its start
     "[Global]\nPort=65536 -> port 65536 is none: the service ends at its start\n",
     "[Global]\nPort=-1 -> port -1 is none: the service ends at its start\n",
@@ -138,23 +132,24 @@ fe80::1=*allow
 -> 'fe80::1' matches no peer: a link-local peer is seen with its interface, as in fe80::1%eth0
 10.0.0.7:9438=*allow -> '10.0.0.7:9438' matches no peer: it is neither an address nor a name
 pc.example.=*allow   -> 'pc.example.' matches no peer: a name has no dot at its ends
-::1=*allow
-FD00::7=*allow
-fe80::1%eth0=*allow
-PC-A.lan=*allow
 )",
+    "[Hosts]\nDefault=*deny\n::1=*allow\nFD00::7=*allow\nfe80::1%eth0=*allow\nPC-A.lan=*allow\n",
     // Extensions
     R"([Extensions]
 Default=*deny and more
 -> Default: '*deny and more' counts as absent, for it is not exactly *deny; *reg is in effect
-.txt=*deny           -> extension '.txt' has its dot: write it without, or it matches nothing
-TXT=*deny            -> extension 'TXT' is in upper case: it counts for every letter case
-com=*Deny            -> 'com=*Deny' is taken for a command, for it is not exactly *deny
-bat=deny             -> 'bat=deny' is taken for a command, for it is not exactly *deny
-pdf=*allow           -> 'pdf=*allow' is taken for a command, for it is not exactly *reg
-ps=*registered       -> 'ps=*registered' is taken for a command
-htm=                 -> 'htm=' has no command: such files are refused
-log=cat              -> the command of 'log' has no %1: the file is put at its end
+)",
+    "[Extensions]\n"
+    ".txt=*deny -> extension '.txt' has its dot: write it without, or it matches nothing\n",
+    "[Extensions]\nTXT=*deny -> extension 'TXT' is in upper case: it counts for every letter "
+    "case\n",
+    "[Extensions]\ncom=*Deny -> 'com=*Deny' is taken for a command, for it is not exactly *deny\n",
+    "[Extensions]\nbat=deny -> 'bat=deny' is taken for a command, for it is not exactly *deny\n",
+    "[Extensions]\npdf=*allow -> 'pdf=*allow' is taken for a command, for it is not exactly *reg\n",
+    "[Extensions]\nps=*registered -> 'ps=*registered' is taken for a command\n",
+    "[Extensions]\nhtm= -> 'htm=' has no command: such files are refused\n",
+    "[Extensions]\nlog=cat -> the command of 'log' has no %1: the file is put at its end\n",
+    R"([Extensions]
 regx=regedit "%1"    -> the command of 'regx': no program 'regedit' is found
 exe=anything "%1"
 c=cat "%1"
@@ -170,6 +165,7 @@ c=cat "%1"
 // In words, and as JSON.
 TEST(QuorbinCheck, WarnsOfDamagedSettings) {
   const PlainService service;
+  ASSERT_GE(DamagedFiles.size(), 40U);
   for (const std::string& text : DamagedFiles) {
     std::string settings, warnings;
     std::istringstream lines(text);
@@ -189,9 +185,11 @@ TEST(QuorbinCheck, WarnsOfDamagedSettings) {
     const Check outcome(service, "--quiet");
     EXPECT_EQ(outcome.Output, warnings) << settings;
     EXPECT_EQ(outcome.Status, warnings.empty() ? 0 : 1) << settings;
-    const auto report = nlohmann::json::parse(Check(service, "--json").Output);
-    EXPECT_EQ(report["warnings"].size(), std::ranges::count(warnings, '\n')) << settings;
-    EXPECT_EQ(report["status"], outcome.Status) << settings;
+    for (const std::string scope : {"", " --quiet"}) {
+      const auto report = nlohmann::json::parse(Check(service, "--json" + scope).Output);
+      EXPECT_EQ(report["warnings"].size(), std::ranges::count(warnings, '\n')) << settings;
+      EXPECT_EQ(report["status"], outcome.Status) << settings;
+    }
   }
 }
 
@@ -212,7 +210,7 @@ TEST(QuorbinCheck, WarnsOfTheSurroundings) {
        "registry value Quorbin\\\\Port: 'high' is no number: counts as 0"},
   };
   for (const auto& [prepare, warning] : rows) {
-    EXPECT_EQ(RunShell("cd " + service.Path("; ") + prepare).Output, "");
+    EXPECT_EQ(RunShell("cd " + service.Home.string() + "; " + prepare).Output, "");
     EXPECT_EQ(Check(service, "--quiet").Output, "warning: " + warning + "\n");
   }
 
@@ -243,7 +241,9 @@ TEST(QuorbinCheck, UnreadableSettingsAndWrongUsage) {
   service.Replace("[Hosts]\nDefault=*deny\n");
   for (const char* const wrong : {"--host a --ext .b", "--name x", "--prefix x", "--nothing",
                                   "--ext .x --name a/b", "--ext .x --name ''", "--host desk"}) {
-    EXPECT_EQ(Check(service, wrong).Status, 2) << wrong;
+    const Check outcome(service, wrong);
+    EXPECT_EQ(outcome.Status, 2) << wrong;
+    EXPECT_TRUE(outcome.Output.starts_with("quorbin-check: ")) << outcome.Output;
   }
   EXPECT_EQ(Check(service, "--version").Status, 0);
 }
@@ -278,15 +278,23 @@ TEST(QuorbinCheck, HostsAreTreatedAsExplained) {
     std::string Settings, Verdict, Peer = "127.0.0.1";
   } rows[] = {
       // What the default is
+      {"Default= *deny ", "refused by Default=*deny"},
       {"host_allow=1\nDefault=*allow", "admitted by Default=*allow"},
+      {"host_allow=1\nDefault=*Allow", "refused by Default=*deny"},
       {"host_allow=1", "refused by Default=*deny"},
       {"host_allow=2\nDefault=deny", "admitted by Default=*allow"},
+      {"", "admitted by Default=*allow"},
       // Entries under *allow
+      {"other=*deny", "admitted by Default=*allow"},
       {"localhost=*deny", "refused by localhost=*deny"},
+      {"LocalHost=", "admitted by localhost="},
+      {"127.0.0.1=*allow\nother=*deny", "admitted by Default=*allow"},
       {"127.0.0.1=*allow\nlocalhost=*deny", "refused by localhost=*deny"},
+      {"127.0.0.1=*allow\nlocalhost=*Deny", "admitted by localhost=*Deny"},
       {"127.0.0.1=*deny\nlocalhost=*allow", "refused by 127.0.0.1=*deny"},
       {"127.0.0.1=\nlocalhost=*deny", "admitted by 127.0.0.1="},
       // Entries under *deny
+      {"Default=*deny\nother=*allow", "refused by Default=*deny"},
       {"Default=*deny\nlocalhost=*deny", "refused by Default=*deny"},
       {"Default=*deny\nlocalhost=", "admitted by localhost="},
       {"Default=*deny\n127.0.0.1=*deny", "refused by Default=*deny"},
@@ -423,6 +431,8 @@ TEST(QuorbinCheck, ExplainsAnExtensionStepByStep) {
   const auto report = nlohmann::json::parse(Check(service, arguments + " --json").Output);
   EXPECT_EQ(report["explanation"].back().dump(),
             R"({"name":"verdict","origin":"decision","topic":"extension","value":"opened"})");
+  EXPECT_EQ(Check(service, "--ext reg").Value("extension entry"),
+            "not looked for: an extension begins with a dot");
 }
 
 // The README's session is the checker's output on the settings as shipped and the lines added

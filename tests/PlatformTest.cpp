@@ -80,9 +80,11 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   ASSERT_TRUE(start(move));
   files.Kill(path);
   EXPECT_TRUE(std::filesystem::remove(kept));
+  std::ofstream(folder + "/other") << "content";
   ASSERT_TRUE(start(move));
   files.KillPrefix(folder + "/f");
   EXPECT_TRUE(std::filesystem::remove(kept));
+  EXPECT_TRUE(std::filesystem::exists(folder + "/other"));
 
   // A file that another name begins with is not the viewer's. A viewer that leaves its file where
   // it is does not delay the deletion for long.
