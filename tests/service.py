@@ -8,6 +8,7 @@ import contextlib
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -20,11 +21,12 @@ EXT, DATA = b"$EXT$:.txt", b"$DATA$"
 
 
 def eventually(condition, what="", pause=0.02):
-    """Waits for something that raises no event."""
+    """Waits for something that raises no event, and returns it."""
     end = time.monotonic() + PATIENCE
-    while not condition():
+    while not (found := condition()):
         assert time.monotonic() < end, f"waited in vain: {what}"
         time.sleep(pause)
+    return found
 
 
 def check(what, condition, seen=""):
@@ -42,16 +44,29 @@ def write_script(path, commands):
     path.chmod(0o755)
 
 
-class Service(contextlib.AbstractContextManager):
+@contextlib.contextmanager
+def running(*command, **options):
+    """A process, which is killed at the end with all that it has started."""
+    process = subprocess.Popen(command, start_new_session=True, **options)
+    try:
+        yield process
+    finally:
+        os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+
+
+class Service(contextlib.ExitStack):
     """One run of the service.
 
     Of the settings, those in more come first and so take precedence. A wrapper is a command that
-    ends by running its last argument. prepare is called in the process before the program starts.
+    ends by running its last argument.
     """
 
-    def __init__(self, binaries, more="", wrapper=(), prepare=None, environment=None):
-        self.home = pathlib.Path(tempfile.mkdtemp())
-        self.wrapper, self.prepare = wrapper, prepare
+    def __init__(self, binaries, more="", wrapper=(), environment=None):
+        super().__init__()
+        self.home = pathlib.Path(self.enter_context(
+            tempfile.TemporaryDirectory(ignore_cleanup_errors=True)))
+        self.wrapper = wrapper
         self.environment = {"PATH": os.environ["PATH"], "TMP": f"{self.home}/tmp",
                             "XDG_RUNTIME_DIR": f"{self.home}/run", **(environment or {})}
         for name in ("tmp", "run", "outside"):
@@ -64,9 +79,7 @@ class Service(contextlib.AbstractContextManager):
             self.port = probe.getsockname()[1]
         self.settings(more)
         self.start()
-
-    def __exit__(self, *_):
-        self.end()
+        self.callback(self.kill)
 
     def settings(self, more):
         """Replaces the settings in one step, as the service may be reading them."""
@@ -77,8 +90,7 @@ class Service(contextlib.AbstractContextManager):
     def launch(self):
         with open(self.home / "out", "wb") as out:
             self.process = subprocess.Popen([*self.wrapper, f"{self.home}/Quorbin"], stdout=out,
-                                            stderr=out, env=self.environment,
-                                            preexec_fn=self.prepare)
+                                            stderr=out, env=self.environment)
 
     def start(self):
         """Launches it, and waits until it listens or has ended."""
@@ -87,21 +99,16 @@ class Service(contextlib.AbstractContextManager):
 
     def connect(self, source=""):
         """A connection, as soon as the service listens."""
-        end = time.monotonic() + PATIENCE
-        while True:
-            try:
-                return socket.create_connection(("127.0.0.1", self.port), PATIENCE,
-                                                (source, 0))
-            except ConnectionError:
-                assert time.monotonic() < end, "nothing listens"
-                time.sleep(0.0005)
+        def attempt():
+            with contextlib.suppress(ConnectionError):
+                return socket.create_connection(("127.0.0.1", self.port), PATIENCE, (source, 0))
 
-    def talk(self, *messages, peer=None):
-        """The replies, up to the end of the connection. A given peer is left to the caller."""
+        return eventually(attempt, "the service listens", pause=0.0005)
+
+    def talk(self, *messages, source=""):
+        """The replies, up to the end of the connection."""
         replies = []
-        with contextlib.ExitStack() as stack:
-            stack.enter_context(contextlib.suppress(ConnectionError))
-            peer = peer or stack.enter_context(self.connect())
+        with contextlib.suppress(ConnectionError), self.connect(source) as peer:
             for message in messages:
                 peer.sendall(message)
                 replies.append(peer.recv(65536))
@@ -143,10 +150,6 @@ class Service(contextlib.AbstractContextManager):
     def kill(self):
         self.process.kill()
         self.process.wait()
-
-    def end(self):
-        self.kill()
-        shutil.rmtree(self.home, ignore_errors=True)
 
 
 class Skip(Exception):
