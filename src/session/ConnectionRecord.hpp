@@ -21,8 +21,9 @@ inline constexpr std::string_view ViewerNotStarted = "viewer could not be starte
 enum class Ending { Good, Bad };
 
 // Writes the one entry of the connection that has just ended, after the program listens again, so
-// that nobody waits for it; where PeerClosed is to come, before that, which else would write it in
-// its own words. Writes nothing if no connection has begun since the last entry.
+// that nobody waits for it. Writes nothing if no connection has begun since the last entry. Where
+// PeerClosed is to come, it is called before that, or PeerClosed would write the entry in its own
+// words.
 void RecordConnection(Form1& form, std::string_view outcome, Ending ending);
 
 }  // namespace quorbin
