@@ -69,7 +69,7 @@ TEST(RegKeys, TypesAndSizes) {
   };
   World world;
   for (const auto& [type, bytes, text] : rows) {
-    world.registry.value = {type, bytes};
+    world.registry.values["k|v"] = {type, bytes};
     EXPECT_EQ(ReadRegValue(world.form, HKEY_CLASSES_ROOT, "k", "v"), text);
   }
 }

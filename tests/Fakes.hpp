@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -49,7 +50,9 @@ struct FakeWinsock : Fake<Winsock> {
   int State() const override { return state; }
   std::int32_t LocalPort() const override { return port; }
   void SetLocalPort(std::int32_t p) override { port = p; }
-  bool SetLocalAddress(const std::string& /*address*/) override { return true; }
+  bool SetLocalAddress(const std::string& address) override {
+    return address.empty() || address == LocalPeer;
+  }
   void Close() override { state = Noted(0, "Close"); }
   std::error_code Listen() override {
     state = Noted(2, "Listen");
@@ -59,21 +62,21 @@ struct FakeWinsock : Fake<Winsock> {
   std::string_view GetData() override { return chunk; }
   void SendData(std::string_view bytes) override {
     Note("Send ", bytes);
-    replies += bytes;
+    replies.emplace_back(bytes);
   }
   std::string RemoteHostIP() const override { return peer; }
   std::string RemoteHost() const override { return {}; }
 
   int state = 0;
   std::int32_t port = 0;
-  std::string chunk, replies, peer = "10.0.0.7";
+  std::string chunk, peer = "10.0.0.7";
+  std::vector<std::string> replies;
 };
 
 struct FakeResolver : Fake<AddressResolver> {
   using Fake::Fake;
-  std::string ResolverName(const std::string& ip) override {
-    return Noted(std::string(), "Resolve ", ip);
-  }
+  std::string ResolverName(const std::string& ip) override { return Noted(name, "Resolve ", ip); }
+  std::string name;
 };
 
 // The real reader over a text in memory.
@@ -91,13 +94,15 @@ struct FakeProfile : SettingsFile {
   std::string ini;
 };
 
-// The value "v" of the key "k".
+// By key path, a bar, and the value's name.
 struct FakeRegistry : RegistryReader {
   std::optional<RegValue> QueryValue(std::uint32_t root, const std::string& path,
                                      const std::string& name) override {
-    return root == HKEY_CLASSES_ROOT && path == "k" && name == "v" ? value : std::nullopt;
+    const std::string key = path + "|" + name;
+    if (root != HKEY_CLASSES_ROOT || !values.contains(key)) return {};
+    return values.at(key);
   }
-  std::optional<RegValue> value;
+  std::map<std::string, RegValue> values;
 };
 
 // Opens and writes fail by their turn: 1 is the next one, 0 none.
@@ -234,7 +239,7 @@ struct World {
     winsock.chunk = bytes;
     winsock.replies.clear();
     DataArrival(form, static_cast<std::int64_t>(bytes.size()));
-    return winsock.replies;
+    return std::accumulate(winsock.replies.begin(), winsock.replies.end(), std::string());
   }
 
   // Chunks separated by bars; returns the replies, a bar after each.

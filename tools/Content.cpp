@@ -76,8 +76,8 @@ std::string Header(std::size_t length) {
 }
 
 // How much of the content the next buffer holds: everything up to and including the "$" that the
-// first marker begins with, so that no buffer holds a whole one. A marker that the end of the
-// content cuts off is split there anyway.
+// first marker begins with, so that no buffer holds a whole one: "ab$" of "ab$EOF$". A marker that
+// the end of the content cuts off is split there anyway.
 std::size_t PayloadLength(std::string_view content) {
   for (std::size_t at = 0; (at = content.find('$', at)) != content.npos;) {
     ++at;

@@ -50,6 +50,7 @@ void LocalListener::Stop() {
 Arrival LocalListener::Accept() {
   Arrival peer;
   peer.Connection.Reset(::accept4(socket_.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  // A peer of another user has no address, and so is dropped by who has asked.
   if (peer.Connection && IsSameUser(peer.Connection.Get())) peer.Address = LocalPeer;
   return peer;
 }

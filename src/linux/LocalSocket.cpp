@@ -44,7 +44,7 @@ std::error_code BindNext(int directory, std::string_view name, Fd& next) {
   if (!opened) return LastError();
   ::unlinkat(directory, fresh.c_str(), 0);  // of a run that was killed before the rename
   const sockaddr_un address = SocketAddress(directory, fresh);
-  const mode_t mask = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
+  const mode_t mask = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);  // leaves mode 0600
   const int bound =
       ::bind(opened.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   const std::error_code error = LastError();

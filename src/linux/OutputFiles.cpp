@@ -48,6 +48,7 @@ void OutputFiles::Kill(const std::string& path) {
   ::unlink(path.c_str());
 }
 
+// Whose a file is does not matter: the prefix marks those that may go, in a directory of our own.
 void OutputFiles::KillPrefix(const std::string& pathPrefix) {
   const std::size_t nameStart = pathPrefix.rfind('/') + 1;
   const std::string directory = nameStart == 0 ? "." : pathPrefix.substr(0, nameStart);

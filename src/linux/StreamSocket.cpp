@@ -61,7 +61,7 @@ void StreamSocket::RequestReady() {
     if (!IsTransient(errno)) RaiseError(errno);
     return;
   }
-  if (peer.Address.empty()) return;  // no access list can match it
+  if (peer.Address.empty()) return;  // another user, or no access list could match it
   remoteHostIP_ = std::move(peer.Address);
   requested_ = std::move(peer.Connection);
   events_.ConnectionRequest(requested_.Get());

@@ -58,7 +58,7 @@ std::error_code OpenAnnounced(Form1& form) {
 
 void BreakOff(Form1& form, const std::error_code& error) {
   LogError(form, error.value(), error.message());
-  RecordConnection(form, Outcome::BrokenOff, Ending::Bad);
+  RecordConnection(form, Outcome::BrokenOff, Ending::Bad);  // PeerClosed then adds none
   PeerClosed(form);
 }
 
