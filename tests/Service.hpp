@@ -70,6 +70,10 @@ inline pid_t StartAsNobody(const std::function<int()>& work) {
 // What a service listens on.
 enum class Way { Tcp, Local };
 
+// What a child runs before the program.
+using Preparation = std::function<void()>;
+inline const Preparation Nothing = [] {};
+
 class Service {
  public:
   // The way of the next services.
@@ -106,8 +110,8 @@ class Service {
                                  "*local=*allow\n");
   }
 
-  // Starts the program; prepare runs in the child before it.
-  void Launch(const std::function<void()>& prepare = [] {}) {
+  // Starts the program.
+  void Launch(const Preparation& prepare = Nothing) {
     pid_ = ::fork();
     if (pid_ != 0) return;
     ::unsetenv("DISPLAY");
@@ -125,7 +129,7 @@ class Service {
     ::_exit(127);
   }
   // The same, and waits until the program has started.
-  bool Start(const std::function<void()>& prepare = [] {}) {
+  bool Start(const Preparation& prepare = Nothing) {
     fs::remove(Home / "out");
     Launch(prepare);
     return Shows("aktion: listening\n");
@@ -143,8 +147,7 @@ class Service {
     return Wait();
   }
   // The program must end at once, with this message alone.
-  void ExpectNoStart(
-      const std::string& message, const std::function<void()>& prepare = [] {}) {
+  void ExpectNoStart(const std::string& message, const Preparation& prepare = Nothing) {
     Launch(prepare);
     EXPECT_EQ(Wait(), 1);
     EXPECT_EQ(Contents(Home / "err"), "Error while loadingQuorbin: " + message + "\n");
@@ -209,8 +212,7 @@ class Service {
 
 // A service that has started.
 struct Running : Service {
-  explicit Running(
-      const std::string& settings = {}, const std::function<void()>& prepare = [] {})
+  explicit Running(const std::string& settings = {}, const Preparation& prepare = Nothing)
       : Service(settings) {
     EXPECT_TRUE(Start(prepare));
   }
