@@ -56,7 +56,7 @@ struct FakeWinsock : Fake<Winsock> {
   void Close() override { state = Noted(0, "Close"); }
   std::error_code Listen() override {
     state = Noted(2, "Listen");
-    return {};
+    return taken;
   }
   void Accept(int requestID) override { state = Noted(7, "Accept ", requestID); }
   std::string_view GetData() override { return chunk; }
@@ -69,6 +69,7 @@ struct FakeWinsock : Fake<Winsock> {
 
   int state = 0;
   std::int32_t port = 0;
+  std::error_code taken;  // what Listen returns
   std::string chunk, peer = "10.0.0.7";
   std::vector<std::string> replies;
 };
@@ -188,7 +189,7 @@ struct Ended {};
 // The computer, what it starts and its link channel.
 struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   using Fake::Fake;
-  bool PrevInstance() override { return false; }
+  bool PrevInstance() override { return previous; }
   std::string EXEName() const override { return "Quorbin"; }
   std::string AppPath() const override { return "/opt/q"; }
   std::string Environ(const std::string& name) const override {
@@ -204,6 +205,7 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   void OpenInEditor(const std::string& path) override { Note("Edit ", path); }
   void SetLinkMode(int mode) override { Note("LinkMode ", mode); }
   std::map<std::string, std::string> environment = {{"TMP", "/t"}};
+  bool previous = false;
 };
 
 struct FakeAudit : quorbin::Journal {
@@ -226,11 +228,13 @@ struct World {
                       windows, computer, computer, audit}};
 
   // Started, with text files opened by "view".
-  explicit World(const std::string& ini = "[Extensions]\ntxt=view \"%1\"\n") {
+  explicit World(const std::string& ini = "[Extensions]\ntxt=view \"%1\"\n") : World(NotStarted{}) {
     profile.ini = ini;
     Load(form);
     journal.clear();
   }
+  struct NotStarted {};
+  explicit World(NotStarted) {}
 
   void Connect() { ConnectionRequest(form, 5); }
 

@@ -271,6 +271,27 @@ TEST(Order, StartAndEnd) {
   }
 }
 
+// The display may go, or the session end, while the message of a failed start is on the screen.
+TEST(Order, AFailedStartDeletesNothing) {
+  const std::tuple<bool, std::errc, std::string> rows[] = {
+      {true, {}, ""},
+      {false, std::errc::address_in_use, ""},
+      {false, {}, "[Global]\nListen=nowhere\n"},
+  };
+  for (const auto& [previous, taken, ini] : rows) {
+    World world{World::NotStarted()};
+    world.profile.ini = ini;
+    world.computer.previous = previous;
+    if (taken != std::errc()) world.winsock.taken = std::make_error_code(taken);
+    EXPECT_THROW(Load(world.form), Ended);
+    EXPECT_TRUE(world.Effects().ends_with("End 1; "));
+    std::int16_t cancel = 1;
+    QueryUnload(world.form, cancel);
+    EXPECT_EQ(cancel, 0);
+    EXPECT_EQ(world.Effects(), "");
+  }
+}
+
 TEST(Tray, RightPressTogglesTheMainWindow) {
   World world;
   TrayIcon_RightPress(world.form);

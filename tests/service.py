@@ -51,7 +51,8 @@ def running(*command, **options):
     try:
         yield process
     finally:
-        os.killpg(process.pid, signal.SIGKILL)
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGKILL)
         process.wait()
 
 

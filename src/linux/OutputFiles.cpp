@@ -53,6 +53,7 @@ void OutputFiles::KillPrefix(const std::string& pathPrefix) {
   const std::size_t nameStart = pathPrefix.rfind('/') + 1;
   const std::string directory = nameStart == 0 ? "." : pathPrefix.substr(0, nameStart);
   const std::string_view namePrefix = std::string_view(pathPrefix).substr(nameStart);
+  if (namePrefix.empty()) return;  // every file of the directory would match
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), ::closedir);
   if (!entries) return;
   const int descriptor = ::dirfd(entries.get());

@@ -2,15 +2,24 @@
 
 #include <sys/signalfd.h>
 #include <unistd.h>
-#include <csignal>
 
+#include <array>
+#include <csignal>
+#include <cstdlib>
 #include <utility>
 
 namespace quorbin {
 
+namespace {
+
+constexpr std::array Closing = {SIGTERM, SIGINT, SIGHUP};
+
+}  // namespace
+
 Signals::Signals() {
   sigemptyset(&handled_);
-  for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&handled_, number);
+  for (const int number : Closing) sigaddset(&handled_, number);
+  sigaddset(&handled_, SIGUSR1);
   sigprocmask(SIG_BLOCK, &handled_, nullptr);
   descriptor_.Reset(::signalfd(-1, &handled_, SFD_CLOEXEC | SFD_NONBLOCK));
   // A pipe without a reader and a file beyond its size limit are reported by the failed write.
@@ -27,6 +36,10 @@ void Signals::Watch(EventLoop& loop, Handlers handlers) {
              });
 }
 
-void Signals::Release() { sigprocmask(SIG_UNBLOCK, &handled_, nullptr); }
+void Signals::Release() {
+  for (const int number : Closing) std::signal(number, [](int) { std::_Exit(EXIT_FAILURE); });
+  std::signal(SIGUSR1, SIG_IGN);
+  sigprocmask(SIG_UNBLOCK, &handled_, nullptr);
+}
 
 }  // namespace quorbin

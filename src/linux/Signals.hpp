@@ -25,7 +25,8 @@ class Signals {
 
   void Watch(EventLoop& loop, Handlers handlers);
 
-  // From here on the signals end the process at once: for a last message that nobody may dismiss.
+  // From here on the signals that close end the process at once, with status 1: for a last message
+  // that nobody may dismiss.
   void Release();
 
  private:

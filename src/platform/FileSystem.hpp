@@ -15,7 +15,8 @@ class FileSystem : public PlatformInterface {
   virtual void Kill(const std::string& path) = 0;
 
   // Deletes every regular file and link whose name begins with the last part of pathPrefix, in the
-  // directory that the rest of it names. Directories stay, failures have no effect.
+  // directory that the rest of it names. Directories stay, failures have no effect. Without a name
+  // in pathPrefix nothing is deleted.
   virtual void KillPrefix(const std::string& pathPrefix) = 0;
 
   // Opens the output file for its owner alone: created, or cut to length 0 if it exists. Never

@@ -35,8 +35,9 @@ class Front : public PlatformInterface {
   // To be set once, before the first event.
   virtual void SetEvents(Events events) = 0;
 
-  // Shows the message as a warning and returns when the user has dismissed it. No descriptor's
-  // callback runs meanwhile.
+  // Shows the last message of a program that has failed as a warning, and returns when the user has
+  // dismissed it. No descriptor's callback runs meanwhile. The loss of the display ends the process
+  // with status 1.
   virtual void ShowMessage(const std::string& text, const std::string& title) = 0;
 
   // SIGUSR1 has come: a click on CheckLog where there is no mouse, ignored elsewhere.

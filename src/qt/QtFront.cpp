@@ -133,6 +133,7 @@ void QtFront::SetEvents(Events events) {
 }
 
 void QtFront::ShowMessage(const std::string& text, const std::string& title) {
+  openWindow = nullptr;  // a loss of the display is the toolkit's exit now, with status 1
   const bool served = notifier_.isEnabled();
   notifier_.setEnabled(false);
   QMessageBox box(QMessageBox::Warning, ToText(title), ToText(text), QMessageBox::Ok);

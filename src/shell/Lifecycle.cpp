@@ -75,13 +75,15 @@ void Load(Form1& form) {
   SetNamePrefix(form);
   form.Files.KillPrefix(TempFilePrefix(form.Session));  // left by an earlier run
   form.FControl.Write(Field::aktion, Aktion::Listening);
+  form.Started = true;
 }
 
 void QueryUnload(Form1& form, std::int16_t& Cancel) {
+  Cancel = 0;
+  if (!form.Started) return;
   form.FControl.CloseWindow();
   form.Files.KillPrefix(TempFilePrefix(form.Session));
   ShutdownTray(form);
-  Cancel = 0;
 }
 
 void Listen(Form1& form) { ListenOrEnd(form, form.App.EXEName() + " has ended"); }

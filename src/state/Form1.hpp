@@ -49,6 +49,8 @@ struct Form1 : Platform {
 
   TransferSession Session;
 
+  bool Started = false;  // Load has run to its end; before that a close deletes nothing
+
   // Settings
   std::int16_t ControlMode = 0;   // 0: link channel closed; 1: it decides on peers; else: open
   std::int16_t IconMode = 0;      // 0: hidden, with a tray icon; below 2: hidden; else: shown
