@@ -1,12 +1,15 @@
-"""The built service in a directory of its own, its peers, and how a test reports what it found.
+"""The built programs under test: the service in a directory of its own, its peers, other users.
 
-A script makes one claim after another with check and wait, each of which prints a line, or hands
-numbered cases to run_cases. An AssertionError, or any other exception, means that it failed.
+A module NAME_test.py holds cases of unittest and ends with main(), a script makes one claim after
+another with check and wait, each of which prints a line, or hands numbered cases to run_cases. All
+are called with the directory of the programs, build/bin if the first argument is none, and then the
+cases to run.
 """
 
 import contextlib
 import os
 import pathlib
+import random
 import shutil
 import signal
 import socket
@@ -14,13 +17,19 @@ import subprocess
 import sys
 import tempfile
 import time
+import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+BIN = pathlib.Path(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
+                   else ROOT / "build/bin").resolve()
 PATIENCE = 120  # seconds, then a wait counts as failed
+NOBODY = 65534
 EXT, DATA = b"$EXT$:.txt", b"$DATA$"
+# What a build with sanitizers and valgrind read of the caller's environment.
+PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "VALGRIND_OPTS")
 
 
-def eventually(condition, what="", pause=0.02):
+def eventually(condition, what="", pause=0.01):
     """Waits for something that raises no event, and returns it."""
     end = time.monotonic() + PATIENCE
     while not (found := condition()):
@@ -56,55 +65,166 @@ def running(*command, **options):
         process.wait()
 
 
+def as_nobody(work):
+    """Starts a process of another user, and returns its number: waitpid gives what work returns."""
+    if pid := os.fork():
+        return pid
+    status = 99
+    try:
+        os.setgroups([])
+        os.setresgid(NOBODY, NOBODY, NOBODY)
+        os.setresuid(NOBODY, NOBODY, NOBODY)
+        status = work()
+    finally:
+        os._exit(status)
+
+
+def shell(commands):
+    """A wrapper of shell commands for a service."""
+    return ["sh", "-ec", f'{commands}; exec "$@"', "sh"]
+
+
+def free_port():
+    """A port that nobody has, for a service whose port must be known before or survive it.
+
+    The system hands out none below 32768, so nobody else gets it by chance. Port 0 leaves no gap
+    at all and is better where it does.
+    """
+    while True:
+        with (contextlib.suppress(OSError),
+              socket.socket(socket.AF_INET6) as v6, socket.socket() as v4):
+            v6.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+            v6.bind(("", random.randrange(10000, 32768)))
+            v4.bind(("", port := v6.getsockname()[1]))
+            return port
+
+
+def ask(peer, *messages):
+    """The reply to the last of the messages; empty once the service has closed the connection."""
+    reply = b""
+    for message in messages:
+        peer.sendall(message)
+        reply = peer.recv(65536)
+    return reply
+
+
+def read_all(peer):
+    """Everything up to the end of the connection, which must be no reset."""
+    return b"".join(iter(lambda: peer.recv(65536), b""))
+
+
 class Service(contextlib.ExitStack):
     """One run of the service.
 
-    Of the settings, those in more come first and so take precedence. A wrapper is a command that
-    ends by running its last argument.
+    Of the settings, those in more come first and so take precedence; they begin in the section
+    Extensions. A local service listens on a Unix socket. Port 0 lets the service pick its port,
+    which it then keeps for later runs as well. A wrapper is a command that ends by running the
+    program named by its last arguments. The environment comes on top of a small one.
     """
 
-    def __init__(self, binaries, more="", wrapper=(), environment=None):
+    def __init__(self, more="", *, local=False, port=0, wrapper=(), environment=None, start=True):
         super().__init__()
         self.home = pathlib.Path(self.enter_context(
             tempfile.TemporaryDirectory(ignore_cleanup_errors=True)))
-        self.wrapper = wrapper
+        self.local, self.port, self.process = local, port, None
         self.environment = {"PATH": os.environ["PATH"], "TMP": f"{self.home}/tmp",
-                            "XDG_RUNTIME_DIR": f"{self.home}/run", **(environment or {})}
-        for name in ("tmp", "run", "outside"):
-            (self.home / name).mkdir()
+                            "XDG_RUNTIME_DIR": f"{self.home}/run",
+                            "XDG_CONFIG_HOME": f"{self.home}/config",
+                            **{name: os.environ[name] for name in PASSED_ON if name in os.environ},
+                            **(environment or {})}
+        for name in ("tmp", "run", "config/quorbin", "outside"):
+            (self.home / name).mkdir(parents=True)
         for name in ("precious", "outside/precious"):
             (self.home / name).write_text("precious")
-        write_script(self.home / "view", 'printf "%s\\n" "$@" >$0.part; mv $0.part $0.ed')
-        shutil.copy(f"{binaries}/Quorbin", self.home)
-        with socket.create_server(("", 0)) as probe:
-            self.port = probe.getsockname()[1]
-        self.settings(more)
-        self.start()
+        # Its copy of the file gets its last name when it is whole.
+        write_script(self.home / "view", 'printf "%s\\n" "$@" >$0.arguments\n'
+                                         'cat "$1" >$0.part; mv $0.part $0.ed')
+        shutil.copy(f"{BIN}/Quorbin", self.home)
+        if not port and not local:  # else a port of 0 means the usual one
+            (self.home / "config/quorbin/classes.reg").write_text(
+                'REGEDIT4\n[HKEY_CLASSES_ROOT\\quorbin]\n"port"="none"\n')
         self.callback(self.kill)
+        self.settings(more)
+        if start:
+            self.start(wrapper)
 
-    def settings(self, more):
+    def settings(self, more=""):
         """Replaces the settings in one step, as the service may be reading them."""
-        (self.home / "new.ini").write_text(f"{more}\n[Global]\nPort={self.port}\n[Extensions]\n"
-                                           f'txt={self.home}/view "%1"\nexe=*deny\n')
+        listen = "Listen=*local\n" if self.local else ""
+        (self.home / "new.ini").write_text(
+            f'[Extensions]\n{more}\n[Extensions]\ntxt={self.home}/view "%1"\nexe=*deny\n'
+            f"[Global]\nControl=2\nPort={self.port}\n{listen}"
+            "[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n::1=*allow\n*local=*allow\n")
         os.replace(self.home / "new.ini", self.home / "quorbin.ini")
 
-    def launch(self):
-        with open(self.home / "out", "wb") as out:
-            self.process = subprocess.Popen([*self.wrapper, f"{self.home}/Quorbin"], stdout=out,
-                                            stderr=out, env=self.environment)
+    def launch(self, wrapper=(), **options):
+        """Starts the program. The options are those of Popen."""
+        # They name a file for what is found.
+        valgrind = ["valgrind"] if "VALGRIND_OPTS" in self.environment else []
+        with open(self.home / "out", "wb") as out, open(self.home / "err", "wb") as err:
+            self.process = subprocess.Popen(
+                [*wrapper, *valgrind, f"{self.home}/Quorbin"],
+                **{"stdout": out, "stderr": err, "env": self.environment, **options})
 
-    def start(self):
-        """Launches it, and waits until it listens or has ended."""
-        self.launch()
-        eventually(lambda: b"aktion: listening" in self.shown() or self.process.poll() is not None)
+    def start(self, wrapper=(), **options):
+        """Launches it, and waits until it listens."""
+        self.launch(wrapper, **options)
+        self.shows(b"aktion: listening\n")
 
-    def connect(self, source=""):
+    def eventually(self, condition, what="", pause=0.005):
+        """Waits for something that the service brings about, which must not end before."""
+        def holds():
+            ended = self.process.poll() is not None
+            found = condition()
+            assert found or not ended, (f"{what}: ended with {self.process.returncode}: "
+                                        f"{self.errors().decode(errors='replace')}")
+            return found
+
+        return eventually(holds, what, pause)
+
+    def shows(self, text):
+        """Waits for the text on standard output."""
+        self.eventually(lambda: text in self.shown(), text)
+
+    def wait(self):
+        """The exit status, or minus the number of the signal that ended the program."""
+        return self.process.wait(PATIENCE)
+
+    def stop(self, signal_number=signal.SIGTERM):
+        self.process.send_signal(signal_number)
+        return self.wait()
+
+    def kill(self):
+        if self.process:
+            self.process.kill()
+            self.process.wait()
+
+    def try_to_connect(self, source="", family=socket.AF_INET):
+        """A connection, or a ConnectionError."""
+        if not self.local and not self.port:
+            listening = self.eventually(lambda: b"on port " in self.errors() and self.errors())
+            self.port = int(listening.rpartition(b"on port ")[2].partition(b"\n")[0])
+        peer = socket.socket(socket.AF_UNIX if self.local else family)
+        try:
+            peer.settimeout(PATIENCE)
+            if self.local:
+                peer.connect(f"{self.home}/run/Quorbin/in")
+            else:
+                peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                peer.bind((source, 0))
+                peer.connect(("127.0.0.1" if family == socket.AF_INET else "::1", self.port))
+        except BaseException:
+            peer.close()
+            raise
+        return peer
+
+    def connect(self, *arguments, **options):
         """A connection, as soon as the service listens."""
         def attempt():
-            with contextlib.suppress(ConnectionError):
-                return socket.create_connection(("127.0.0.1", self.port), PATIENCE, (source, 0))
+            with contextlib.suppress(ConnectionError, FileNotFoundError):
+                return self.try_to_connect(*arguments, **options)
 
-        return eventually(attempt, "the service listens", pause=0.0005)
+        return self.eventually(attempt, "the service listens", pause=0.0005)
 
     def talk(self, *messages, source=""):
         """The replies, up to the end of the connection."""
@@ -117,6 +237,23 @@ class Service(contextlib.ExitStack):
                     break
         return replies
 
+    def link(self, lines):
+        """The answers of the link channel to the lines."""
+        with self.link_client() as client:
+            client.sendall(lines)
+            client.shutdown(socket.SHUT_WR)
+            return read_all(client)
+
+    def link_client(self):
+        client = socket.socket(socket.AF_UNIX)
+        client.settimeout(PATIENCE)
+        try:
+            client.connect(f"{self.home}/run/Quorbin/qbstop")
+        except BaseException:
+            client.close()
+            raise
+        return client
+
     def transfer(self, content, name):
         """Whether the service confirmed the end of the file."""
         header = b"$BUFFLEN$%010d" % (len(content) + 19)
@@ -125,12 +262,21 @@ class Service(contextlib.ExitStack):
         return b"+OK" in replies[6:]
 
     def honest(self):
-        """The service takes a file, and has touched no files but its own."""
-        eventually(lambda: self.transfer(b"honest", b"h.txt"), "an honest sender is served")
+        """The service takes a file and shows it, and has touched no files but its own."""
+        (self.home / "view.ed").unlink(missing_ok=True)
+        self.eventually(lambda: self.transfer(b"honest", b"h.txt"), "an honest sender is served")
         assert self.holds("f$~.h.txt", b"honest"), "an honest sender's file"
+        assert self.viewed() == b"honest", "an honest sender's file in the viewer"
         for name in ("../precious", "../outside/precious"):
             assert self.holds(name, b"precious"), name
         assert not (self.home / "precious2").exists(), "a shell has expanded a name"
+
+    def viewed(self):
+        """What the viewer got of the next file."""
+        self.eventually((self.home / "view.ed").exists, "a viewer starts")
+        content = (self.home / "view.ed").read_bytes()
+        (self.home / "view.ed").unlink()
+        return content
 
     def holds(self, name, content):
         return (self.home / "tmp" / name).read_bytes() == content
@@ -141,24 +287,50 @@ class Service(contextlib.ExitStack):
     def empty(self):
         return not self.files()
 
+    def proc(self, name):
+        return pathlib.Path(f"/proc/{self.process.pid}/{name}")
+
     def descriptors(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+        return len(os.listdir(self.proc("fd")))
 
     def shown(self):
-        """All of its output so far, the messages on standard error included."""
+        """Its standard output so far."""
         return (self.home / "out").read_bytes()
 
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
+    def errors(self):
+        """Its standard error so far."""
+        return (self.home / "err").read_bytes()
+
+
+class TestCase(unittest.TestCase):
+    """A case of a module."""
+
+    maxDiff = None
+
+    def serve(self, more="", **options):
+        """A service for the rest of the case."""
+        return self.enterContext(Service(more, **options))
+
+
+def main():
+    """Runs the cases of the calling module; with --list it only prints their names."""
+    if sys.argv[1:] != ["--list"]:
+        unittest.main(verbosity=2)
+    suites = [unittest.defaultTestLoader.loadTestsFromModule(sys.modules["__main__"])]
+    while suites:
+        suite = suites.pop()
+        if isinstance(suite, unittest.TestCase):
+            print(suite.id().partition(".")[2])
+        else:
+            suites += reversed(list(suite))
 
 
 class Skip(Exception):
     """The computer does not allow a case."""
 
 
-def run_cases(cases, binaries, numbers=()):
-    """Runs the numbered cases, or all of them, and ends the program: status 1 if one failed.
+def run_cases(cases):
+    """Runs the cases numbered by the arguments, or all of them, and ends the program: status 1 if one failed.
 
     A case is a title, a routine and its arguments after the first, a service of its own. After each
     case that must serve an honest sender and hold no more descriptors. A case that the computer
@@ -166,10 +338,10 @@ def run_cases(cases, binaries, numbers=()):
     """
     counts = {"ok": 0, "FAILED": 0, "SKIPPED": 0}
     for number, (title, run, *arguments) in enumerate(cases, 1):
-        if numbers and str(number) not in numbers:
+        if sys.argv[1:] and str(number) not in sys.argv[1:]:
             continue
         result, why = "ok", ""
-        with Service(binaries) as service:
+        with Service() as service:
             held = service.descriptors()
             try:
                 run(service, *arguments)
