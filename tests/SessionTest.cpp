@@ -162,11 +162,18 @@ TEST(Order, EffectsOfChunks) {
 
 // A web page can make a browser send a request here, and choose all of it but its beginning.
 TEST(Order, RequestOfTheWeb) {
-  const std::vector<std::string> requests = {
-      "GET / HTTP/1.1\r\n", "HEAD /",    "POST  ",  "PUT /",  "DELETE /",
-      "CONNECT a:9438",     "OPTIONS *", "TRACE /", "PATCH /"};
-  const std::vector<std::string> others = {"POST",   "post /",  " GET /",
-                                           "GETS /", "POST\t/", "$FILE|POST /"};
+  const std::string letters(1024, '$');
+  const std::vector<std::string> requests = {"GET / HTTP/1.1\r\n",
+                                             "OPTIONS *",
+                                             "FOO /" + letters + letters,
+                                             "$FOO$ /",
+                                             "x a+b://",
+                                             "a!b /",
+                                             letters + " /",
+                                             letters + "$"};
+  const std::vector<std::string> others = {"POST",    " GET /", "(x /",         "POST\t/",
+                                           "POST  /", "GET a",  "GET ://",      "GET a/",
+                                           letters,   "G/E /",  letters + "\n", "$FILE|POST /"};
   const std::string unknown = "resu=OK; resu=wrong param; Send -PARAM; ";
   const std::string closed = unknown + "aktion=listening; Close; Listen; ";
   for (const auto& [all, effects] : {std::pair(requests, closed), std::pair(others, unknown)}) {
@@ -177,6 +184,9 @@ TEST(Order, RequestOfTheWeb) {
       EXPECT_TRUE(world.Effects().ends_with(effects)) << chunks;
     }
   }
+  World world;
+  world.Connect();
+  EXPECT_EQ(world.Chunk("$DATA$ / HTTP/1.1"), "-KDO");  // a known message
 }
 
 // The fields of the one entry that a connection leaves, but for its peer and duration.

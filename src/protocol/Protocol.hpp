@@ -2,7 +2,6 @@
 
 // The texts of the wire protocol, for the service and for its senders.
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -41,9 +40,15 @@ inline constexpr std::size_t Size = Token.size() + Digits;
 inline constexpr std::uint64_t MaxLength = 2147483647;
 }  // namespace BufferHeader
 
-// What an HTTP request begins with; a blank follows.
-inline constexpr std::array<std::string_view, 9> HttpMethods = {
-    "GET", "HEAD", "POST", "PUT", "DELETE", "CONNECT", "OPTIONS", "TRACE", "PATCH"};
+// The beginning of an HTTP request: a method, a blank, and a target that starts with a slash, an
+// asterisk or a scheme.
+namespace Http {
+inline constexpr std::string_view MethodLetters =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-.!#$%&'*^_`|~";
+inline constexpr std::string_view SchemeLetters = MethodLetters.substr(0, MethodLetters.find('!'));
+inline constexpr std::string_view SchemeEnd = "://";
+inline constexpr std::size_t LongestMethod = 1024;  // beyond it a method needs no blank to be one
+}  // namespace Http
 
 // Replies. None ends with a line end.
 namespace Reply {

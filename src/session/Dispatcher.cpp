@@ -24,12 +24,18 @@ std::string_view Normalise(std::string_view chunk) {
   return chunk.starts_with(Token::KdoPrf) ? chunk : RTrim(chunk);
 }
 
-// True for an HTTP request, which any web page can make a browser send to any port. The page
-// controls all of it except its beginning, so its body could be the messages of a sender.
+// True for what begins like an HTTP request, which any web page can make a browser send to any
+// port. The page chooses method and target as it likes, and its body could be the messages of a
+// sender.
 bool IsWebRequest(std::string_view chunk) {
-  return std::ranges::any_of(HttpMethods, [chunk](std::string_view method) {
-    return chunk.starts_with(method) && chunk.substr(method.size()).starts_with(' ');
-  });
+  const std::string_view head = chunk.substr(0, Http::LongestMethod + 1);
+  const std::size_t method = std::min(head.find_first_not_of(Http::MethodLetters), head.size());
+  if (method > Http::LongestMethod) return true;
+  if (method == 0 || !chunk.substr(method).starts_with(' ')) return false;
+  const std::string_view target = chunk.substr(method + 1);
+  if (target.starts_with('/') || target.starts_with('*')) return true;
+  const std::size_t scheme = target.find_first_not_of(Http::SchemeLetters);
+  return scheme != 0 && scheme != target.npos && target.substr(scheme).starts_with(Http::SchemeEnd);
 }
 
 // Bytes of partner beyond which no further version is appended: a sender that repeats its version
