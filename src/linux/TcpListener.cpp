@@ -77,19 +77,31 @@ bool TcpListener::SetAddress(const std::string& address) {
   return true;
 }
 
-std::error_code TcpListener::BindTo(sockaddr_storage address) {
+std::error_code TcpListener::BindTo(Fd& owner, sockaddr_storage address, bool v4Too) const {
   const in_port_t port = htons(static_cast<in_port_t>(port_));
   std::memcpy(reinterpret_cast<char*>(&address) + PortPlace, &port, sizeof port);
   const bool v6 = address.ss_family == AF_INET6;
-  socket_.Reset(::socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!socket_) return LastError();
-  SetOption(socket_.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
-  const bool both = address_.ss_family == AF_UNSPEC;
-  if (v6) SetOption(socket_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, both ? 0 : 1);
+  Fd socket(::socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!socket) return LastError();
+  SetOption(socket.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
+  if (v6) SetOption(socket.Get(), IPPROTO_IPV6, IPV6_V6ONLY, v4Too ? 0 : 1);
   const socklen_t length = v6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-  if (::bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0) return {};
-  const std::error_code error = LastError();
-  socket_.Reset();
+  if (::bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+    return LastError();
+  }
+  owner = std::move(socket);
+  return {};
+}
+
+std::error_code TcpListener::BindToAll(Fd& owner) const {
+  sockaddr_storage any{};
+  any.ss_family = AF_INET6;
+  std::error_code error = BindTo(owner, any, true);
+  if (error == std::errc::address_family_not_supported ||
+      error == std::errc::address_not_available) {
+    any.ss_family = AF_INET;  // IPv6 is off
+    error = BindTo(owner, any, true);
+  }
   return error;
 }
 
@@ -97,16 +109,7 @@ std::error_code TcpListener::Bind() {
   if (port_ < 0 || port_ > std::numeric_limits<in_port_t>::max()) {
     return std::make_error_code(std::errc::result_out_of_range);
   }
-  if (address_.ss_family != AF_UNSPEC) return BindTo(address_);
-  sockaddr_storage any{};
-  any.ss_family = AF_INET6;
-  std::error_code error = BindTo(any);
-  if (error == std::errc::address_family_not_supported ||
-      error == std::errc::address_not_available) {
-    any.ss_family = AF_INET;  // IPv6 is off
-    error = BindTo(any);
-  }
-  return error;
+  return OneAddress() ? BindTo(socket_, address_, false) : BindToAll(socket_);
 }
 
 std::error_code TcpListener::BindAnyPort() {
@@ -138,13 +141,20 @@ std::error_code TcpListener::Open() {
   SetOption(listener, IPPROTO_TCP, TCP_KEEPCNT, KeepCount);
   SetOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, UserTimeout);
 
+  if (OneAddress()) {
+    if (const std::error_code error = BindToAll(guard_)) return error;
+  }
   // SO_REUSEADDR, set before bind, makes this first listen() succeed over connections of an earlier
   // run. It must go after it, or another user could take the port while we do not listen.
   // SO_REUSEPORT replaces it: the system remembers our user at this listen(), and shares the port
   // with no other.
-  SetOption(listener, SOL_SOCKET, SO_REUSEPORT, 1);
+  const auto setBoth = [this](int option, int value) {
+    SetOption(socket_.Get(), SOL_SOCKET, option, value);
+    if (guard_) SetOption(guard_.Get(), SOL_SOCKET, option, value);
+  };
+  setBoth(SO_REUSEPORT, 1);
   if (::listen(listener, Backlog) != 0) return LastError();
-  SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 0);
+  setBoth(SO_REUSEADDR, 0);
   return {};
 }
 

@@ -20,6 +20,8 @@ namespace quorbin {
 // - SO_REUSEPORT shares a port among sockets of one user that all set it. It is set after the bind,
 //   so that a later Listen succeeds while connections of our own are still closing. A second copy
 //   of the program binds without it and fails.
+// - With one address the others of that port stay free, and from them a socket of both families
+//   gets at ours too. So a second socket holds them.
 class TcpListener final : public Listener {
  public:
   std::int32_t Port() const { return port_; }
@@ -39,13 +41,17 @@ class TcpListener final : public Listener {
 
  private:
   std::error_code Open();
+  bool OneAddress() const { return address_.ss_family != AF_UNSPEC; }
   std::error_code Bind();
-  std::error_code BindTo(sockaddr_storage address);
+  // Each leaves the bound socket in owner, and nothing on failure.
+  std::error_code BindTo(Fd& owner, sockaddr_storage address, bool v4Too) const;
+  std::error_code BindToAll(Fd& owner) const;
   std::error_code BindAnyPort();
 
   std::int32_t port_ = 0;
   sockaddr_storage address_{};  // the one to listen on; of no family: all
   Fd socket_;
+  Fd guard_;  // with one address: holds the port of all others, and never listens
 };
 
 }  // namespace quorbin
