@@ -13,6 +13,7 @@ import random
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -118,7 +119,7 @@ class Service(contextlib.ExitStack):
 
     Of the settings, those in more come first and so take precedence; they begin in the section
     Extensions. A local service listens on a Unix socket. Port 0 lets the service pick its port,
-    which it then keeps for later runs as well. A wrapper is a command that ends by running the
+    for one run. A wrapper is a command that ends by running the
     program named by its last arguments. The environment comes on top of a small one.
     """
 
@@ -157,19 +158,35 @@ class Service(contextlib.ExitStack):
             "[Hosts]\nDefault=*deny\n127.0.0.1=*allow\n::1=*allow\n*local=*allow\n")
         os.replace(self.home / "new.ini", self.home / "quorbin.ini")
 
-    def launch(self, wrapper=(), **options):
+    def launch(self, wrapper=(), environment=None, **options):
         """Starts the program. The options are those of Popen."""
         # They name a file for what is found.
         valgrind = ["valgrind"] if "VALGRIND_OPTS" in self.environment else []
         with open(self.home / "out", "wb") as out, open(self.home / "err", "wb") as err:
             self.process = subprocess.Popen(
                 [*wrapper, *valgrind, f"{self.home}/Quorbin"],
-                **{"stdout": out, "stderr": err, "env": self.environment, **options})
+                **{"stdout": out, "stderr": err, "env": {**self.environment, **(environment or {})}, **options})
 
     def start(self, wrapper=(), **options):
         """Launches it, and waits until it listens."""
         self.launch(wrapper, **options)
         self.shows(b"aktion: listening\n")
+        self.find_port()
+
+    def find_port(self):
+        """The program names the port that it has picked."""
+        if not self.local and not self.port:
+            self.eventually(lambda: b"on port " in self.errors(), "a port is named")
+            self.port = int(self.errors().partition(b"on port ")[2].partition(b"\n")[0])
+
+    def no_start(self):
+        """The message that the program ends with at once, and with nothing else."""
+        self.launch()
+        assert self.wait() == 1 and self.shown() == b"", self.shown()
+        message = self.errors().decode()
+        begin = "Error while loadingQuorbin: "
+        assert message.startswith(begin) and message.endswith("\n"), message
+        return message[len(begin):-1]
 
     def eventually(self, condition, what="", pause=0.005):
         """Waits for something that the service brings about, which must not end before."""
@@ -201,12 +218,11 @@ class Service(contextlib.ExitStack):
 
     def try_to_connect(self, source="", family=socket.AF_INET):
         """A connection, or a ConnectionError."""
-        if not self.local and not self.port:
-            listening = self.eventually(lambda: b"on port " in self.errors() and self.errors())
-            self.port = int(listening.rpartition(b"on port ")[2].partition(b"\n")[0])
+        self.find_port()
         peer = socket.socket(socket.AF_UNIX if self.local else family)
         try:
-            peer.settimeout(PATIENCE)
+            for limit in socket.SO_RCVTIMEO, socket.SO_SNDTIMEO:
+                peer.setsockopt(socket.SOL_SOCKET, limit, struct.pack("ll", PATIENCE, 0))
             if self.local:
                 peer.connect(f"{self.home}/run/Quorbin/in")
             else:
@@ -330,7 +346,7 @@ class Skip(Exception):
 
 
 def run_cases(cases):
-    """Runs the cases numbered by the arguments, or all of them, and ends the program: status 1 if one failed.
+    """Runs the cases numbered by the arguments, or all of them; status 1 if one failed.
 
     A case is a title, a routine and its arguments after the first, a service of its own. After each
     case that must serve an honest sender and hold no more descriptors. A case that the computer
