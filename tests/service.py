@@ -61,7 +61,7 @@ def running(*command, **options):
     try:
         yield process
     finally:
-        with contextlib.suppress(ProcessLookupError):
+        with contextlib.suppress(ProcessLookupError):  # all have ended
             os.killpg(process.pid, signal.SIGKILL)
         process.wait()
 
