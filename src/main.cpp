@@ -75,7 +75,7 @@ int main() {
   DesktopRegistry registry(
       ClassesFilePaths([&computer](const std::string& name) { return computer.Environ(name); }));
   Processes processes([] { return OpenCommandOfClass("text/plain"); });
-  OutputFiles files([&processes](const std::string& path) { processes.LetViewerTake(path); });
+  OutputFiles files;
   LinkServer link(loop, instanceDir);
   SystemJournal journal;
 

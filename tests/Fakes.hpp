@@ -202,6 +202,7 @@ struct FakeComputer : Fake<Computer>, ProcessStarter, LinkChannel {
   std::optional<int> Shell(const std::string& line, const std::string& /*file*/) override {
     return Noted(1234, "Shell ", line);
   }
+  void LetViewerTake(const std::string& path) override { Note("LetTake ", path); }
   void OpenInEditor(const std::string& path) override { Note("Edit ", path); }
   void SetLinkMode(int mode) override { Note("LinkMode ", mode); }
   std::map<std::string, std::string> environment = {{"TMP", "/t"}};

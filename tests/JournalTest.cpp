@@ -77,12 +77,25 @@ TEST_F(JournalTest, SyslogWithoutAJournal) {
   EXPECT_TRUE(line.ends_with(tag + "refused\\nPRIORITY=0")) << line;
 }
 
-TEST_F(JournalTest, NeverWaits) {
+TEST_F(JournalTest, NeverWaitsAndSaysWhatItLost) {
   Write();
-  const Daemon full(folder + "/journal");
-  SystemJournal journal(folder + "/journal", folder + "/log");
-  for (int i = 0; i < 10000; ++i) journal.Write(entry);  // nobody reads
-  EXPECT_NE(full.Take(), "");
+  for (const std::string name : {"/journal", "/log"}) {
+    const Daemon full(folder + name);
+    SystemJournal journal(folder + "/journal", folder + "/log");
+    constexpr int written = 10000;
+    for (int i = 0; i < written; ++i) journal.Write(entry);  // nobody reads
+    int taken = 0;
+    while (!full.Take().empty()) ++taken;
+    EXPECT_GT(taken, 0);
+    const std::string lost = std::to_string(written - taken);
+    journal.Write(entry);
+    const std::string next = full.Take();
+    EXPECT_NE(next.find("PRIORITY=0 (after " + lost + " lost entries)"), next.npos) << next;
+    EXPECT_EQ(next.ends_with("\nENTRIES_LOST=" + lost + "\n"), name == "/journal") << next;
+    journal.Write(entry);
+    EXPECT_EQ(full.Take().find("lost"), std::string::npos);
+    std::filesystem::remove(folder + name);
+  }
 }
 
 }  // namespace

@@ -69,34 +69,32 @@ TEST(PrivateProfile, FindsSettings) {
 TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   std::string folder = testing::TempDir() + "takesXXXXXX";
   ASSERT_TRUE(mkdtemp(folder.data()));
-  const std::string path = folder + "/f.a", kept = folder + "/kept";
+  const std::string path = folder + "/f.a", other = folder + "/f";
   Processes processes([] { return std::string(); });
-  OutputFiles files([&](const std::string& doomed) { processes.LetViewerTake(doomed); });
-  const auto start = [&](const std::string& script) {
-    std::ofstream(path) << "content";
-    return processes.Shell("sh -c \"" + script + "\" sh " + path, path);
+  // Whose file is asked for, what the viewer does, how long the deletion waits at least and at
+  // most.
+  const std::string move = "sleep 0.1; mv $1 $1.kept; sleep 60";
+  const std::tuple<std::string, std::string, double, double> rows[] = {
+      {path, move, 0.1, 0.4},
+      {"", move, 0.1, 0.4},
+      {path, "exec 3<$1; sleep 0.1; rm $1; sleep 60", 0.1, 0.4},
+      {path, "sleep 0.1", 0.1, 0.4},      // it has ended
+      {path, "exec sleep 60", 0.45, 10},  // it leaves the file where it is
+      {other, "exec sleep 60", 0, 0.4},   // a file that another name begins with
   };
-  const std::string move = "sleep 0.1; mv $1 " + kept;
-  ASSERT_TRUE(start(move));
-  files.Kill(path);
-  EXPECT_TRUE(std::filesystem::remove(kept));
-  std::ofstream(folder + "/other") << "content";
-  ASSERT_TRUE(start(move));
-  files.KillPrefix(folder + "/f");
-  EXPECT_TRUE(std::filesystem::remove(kept));
-  EXPECT_TRUE(std::filesystem::exists(folder + "/other"));
-
-  // A file that another name begins with is not the viewer's. A viewer that leaves its file where
-  // it is does not delay the deletion for long.
-  for (const auto& [doomed, limit] : {std::pair(folder + "/f", 0.5), std::pair(path, 10.0)}) {
+  for (const auto& [asked, script, least, most] : rows) {
+    SCOPED_TRACE(script);
+    std::ofstream(path) << "content";
+    std::ofstream(other) << "content";
     const auto begin = std::chrono::steady_clock::now();
-    const std::optional<int> viewer = start("exec sleep 60");
+    const std::optional<int> viewer = processes.Shell("sh -c \"" + script + "\" sh " + path, path);
     ASSERT_TRUE(viewer);
-    std::ofstream(doomed) << "content";
-    files.Kill(doomed);
-    EXPECT_FALSE(std::filesystem::exists(doomed));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::duration<double>(limit));
-    EXPECT_EQ(kill(*viewer, SIGKILL), 0);
+    processes.LetViewerTake(asked);
+    const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(waited.count(), least);
+    EXPECT_LT(waited.count(), most);
+    kill(*viewer, SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));  // it counts as old from then on
   }
   std::filesystem::remove_all(folder);
 }

@@ -112,9 +112,9 @@ TEST(Order, EffectsOfChunks) {
   const std::string text = "$FILE$:a.txt|$KDOEXT$:\\\"z\\\"|$DATA$";
   const std::string writing = "resu=OK; aktion=writing file; ";
   const std::string moved = "CloseFile; dateiname=/t/f$~.temp814724.tmp; aktion=open ";
-  const std::string lost = "Close; aktion=listening; CloseFile; Kill /t/f$~.*; Listen; ";
+  const std::string lost = "Close; aktion=listening; CloseFile; LetTake ; Kill /t/f$~.*; Listen; ";
   const std::string viewed =
-      "CloseFile; kdo=view \"/t/f$~.a.txt\" \"z\"; Satz+File written with  6 Bytes; "
+      "kdo=view \"/t/f$~.a.txt\" \"z\"; Satz+File written with  6 Bytes; "
       "Shell view \"/t/f$~.a.txt\" \"z\"; resu=started task 1234; Listen; ";
   const struct {
     std::string Before, Chunks;
@@ -127,13 +127,16 @@ TEST(Order, EffectsOfChunks) {
       {"", "$EXT$:.unk", 0, 0,
        "resu=OK; fext=.unk; resu=wrong extension; kdo=; aktion=EXT; Send -EXT; Close; Listen; "},
       {"$EXT$:.txt", "$DATA$", 0, 0,
-       "resu=OK; dateiname=/t/f$~.temp814724.tmp; Kill /t/f$~.temp814724.tmp; "
+       "resu=OK; dateiname=/t/f$~.temp814724.tmp; LetTake /t/f$~.temp814724.tmp; Kill "
+       "/t/f$~.temp814724.tmp; "
        "aktion=open textfile; Open text /t/f$~.temp814724.tmp; Send +OK; "},
       {text, "x12345|$EOF$", 0, 0,
-       writing + "Write; Send +OK; resu=OK; Send +OK; Close; aktion=executing command; " + viewed},
+       writing +
+           "Write; Send +OK; resu=OK; Send +OK; Close; aktion=executing command; CloseFile; " +
+           viewed},
       {"$FILETYPE$:B|" + text, "x$EOF$", 0, 0,
        writing +
-           "Write; Send -Fehler: Buffer-length at EOF: -6; Close; "
+           "Write; Send -Fehler: Buffer-length at EOF: -6; Close; CloseFile; "
            "aktion=executing command (B); " +
            viewed},
       // A failure moves the transfer; a second one ends it.
@@ -144,7 +147,7 @@ TEST(Order, EffectsOfChunks) {
            lost},
       {"$VERSION$:1|$FILETYPE$:B|" + text, "x", 1, 1,
        writing + "aktion=writing file (B); " + moved +
-           "binary file; aktion=writing file (B); "
+           "binary file; "
            "Satz+Error:  13 Permission denied; " +
            lost},
   };
@@ -157,6 +160,25 @@ TEST(Order, EffectsOfChunks) {
     for (int turn = 1; turn <= row.FailWrites; ++turn) world.files.failWrite.push_back(turn);
     world.Talk(row.Chunks);
     EXPECT_EQ(world.Effects(), row.Effects);
+  }
+}
+
+// The execute bit goes to the file if it is the program of the command line, and to no other.
+TEST(Order, OnlyTheProgramOfTheLineIsMadeExecutable) {
+  const std::tuple<std::string, std::string, bool> rows[] = {
+      {"view \"%1\"", "$VERSION$:1", false},
+      {"\"%1\"", "$VERSION$:1", true},
+      {"%1", "$KDOEXT$:x", true},
+      {"\"%1\"", "$KDOPRF$:  |$KDOEXT$: x", true},
+      {"\"%1\"", "$KDOPRF$: |$KDOEXT$:x", false},  // the program has an x at its end
+      {"\"%1\"", "$KDOPRF$:\"", true},
+      {"%1", "$KDOPRF$:/bin/sh ", false},
+  };
+  for (const auto& [command, chunks, executable] : rows) {
+    World world("[Extensions]\nquo=" + command + "\n");
+    world.Connect();
+    world.Talk("$EXT$:.quo|$FILE$:a|" + chunks + "|$DATA$|$EOF$");
+    EXPECT_EQ(world.Effects().find("Execute /t/f$~.a;") != std::string::npos, executable) << chunks;
   }
 }
 

@@ -117,6 +117,13 @@ class OverTcp(TestCase):
         for capabilities in "CapPrm", "CapEff", "CapAmb":
             self.assertIn(f"{capabilities}:\t0000000000000000\n", status)
         self.assertRegex(service.proc("limits").read_text(), "Max core file size +0 ")
+        # A viewer has the limit that the service was started with.
+        write_script(service.home / "limit", "ulimit -c >$0.part; mv $0.part $0.ed")
+        service.settings(f'log={service.home}/limit "%1"')
+        service.talk(b"$EXT$:.log", b"$FILE$:a", DATA, b"$EOF$")
+        limit = service.home / "limit.ed"
+        service.eventually(limit.exists, "the viewer has run")
+        self.assertEqual(limit.read_text(), "4\n")
 
     def test_what_is_at_the_output_path_stays_as_it_is(self):
         service = self.serve()

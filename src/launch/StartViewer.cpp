@@ -1,9 +1,10 @@
 #include "StartViewer.hpp"
 
-#include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "Allgemein.hpp"
+#include "CommandLine.hpp"
 #include "Text.hpp"
 #include "Words.hpp"
 
@@ -18,9 +19,8 @@ bool IsProgram(std::string_view Ext) { return Ext == ".EXE" || Ext == ".exe"; }
 
 // Without an open command in front of it the received file is the program itself.
 bool RunsReceivedFile(std::string_view line, const std::string& path) {
-  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-  if (line.starts_with('"')) line.remove_prefix(1);
-  return line.starts_with(path);
+  const std::vector<std::string> arguments = SplitCommandLine(line);
+  return !arguments.empty() && arguments.front() == path;
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <utility>
 
 #include "LastError.hpp"
 
@@ -40,13 +39,7 @@ std::error_code CheckOurs(int file) {
 
 }  // namespace
 
-OutputFiles::OutputFiles(std::function<void(const std::string& path)> beforeDeletion)
-    : beforeDeletion_(std::move(beforeDeletion)) {}
-
-void OutputFiles::Kill(const std::string& path) {
-  beforeDeletion_(path);
-  ::unlink(path.c_str());
-}
+void OutputFiles::Kill(const std::string& path) { ::unlink(path.c_str()); }
 
 // Whose a file is does not matter: the prefix marks those that may go, in a directory of our own.
 void OutputFiles::KillPrefix(const std::string& pathPrefix) {
@@ -60,7 +53,6 @@ void OutputFiles::KillPrefix(const std::string& pathPrefix) {
   while (const dirent* entry = ::readdir(entries.get())) {
     if (std::string_view(entry->d_name).starts_with(namePrefix) &&
         IsFileOrLink(descriptor, *entry)) {
-      beforeDeletion_(directory + entry->d_name);
       ::unlinkat(descriptor, entry->d_name, 0);
     }
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -12,10 +11,6 @@ namespace quorbin {
 
 class OutputFiles final : public FileSystem {
  public:
-  // beforeDeletion is called with each path that is about to be deleted, and may wait.
-  explicit OutputFiles(std::function<void(const std::string& path)> beforeDeletion =
-                           [](const std::string&) {});
-
   void Kill(const std::string& path) override;
   void KillPrefix(const std::string& pathPrefix) override;
   [[nodiscard]] std::error_code OpenForOutput(const std::string& path) override;
@@ -29,7 +24,6 @@ class OutputFiles final : public FileSystem {
   // Closes and deletes the file, which is ours but not fit for use.
   void Discard(const std::string& path);
 
-  std::function<void(const std::string& path)> beforeDeletion_;
   Fd file_;
 };
 

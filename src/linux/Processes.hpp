@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -13,20 +14,17 @@
 namespace quorbin {
 
 // Starts programs in a session of their own, with standard input empty, standard output and error
-// those of the service, no other descriptor, and every signal at its default. The system reaps
-// them: the end of a viewer is not reported.
+// those of the service, no other descriptor, every signal at its default, and the core limit that
+// the service was started with. The system reaps them: the end of a viewer is not reported.
 class Processes final : public ProcessStarter {
  public:
-  // The open command of the user's text editor, with "%1" for the file; empty if there is none.
+  // To be made before the service gives up its rights. The open command of the user's text editor,
+  // with "%1" for the file; empty if there is none.
   explicit Processes(std::function<std::string()> editorCommand);
 
   std::optional<int> Shell(const std::string& commandLine, const std::string& file) override;
   void OpenInEditor(const std::string& path) override;
-
-  // To be called before a received file is deleted. A viewer that was given it and has only just
-  // started may want to open it, or to move it out of the way: waits until the file is gone, the
-  // viewer has ended, or half a second has passed since its start.
-  void LetViewerTake(const std::string& path);
+  void LetViewerTake(const std::string& path) override;
 
  private:
   struct Started {
@@ -34,10 +32,13 @@ class Processes final : public ProcessStarter {
     pid_t task;
     std::chrono::steady_clock::time_point when;
   };
+  // Task number; nullopt if the program can't be started.
+  std::optional<pid_t> Start(const std::string& commandLine) const;
   void ForgetOld();
 
   std::vector<Started> started_;  // within the last half second
   std::function<std::string()> editorCommand_;
+  rlimit coreLimit_{};  // that of the program before it gave up its own
 };
 
 }  // namespace quorbin

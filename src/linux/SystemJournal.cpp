@@ -32,14 +32,28 @@ std::string Shown(std::string_view bytes, std::size_t longest) {
   return text;
 }
 
-std::string ShownMessage(const JournalEntry& entry) {
-  return Shown(entry.Message, 4 * SystemJournal::LongestValue);
-}
-
 int Severity(const JournalEntry& entry) { return entry.Warning ? LOG_WARNING : LOG_INFO; }
 
+// False if the daemon does not take it at once: no connection waits for it.
+bool SendTo(int socket, const std::string& path, std::string_view datagram) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return false;
+  path.copy(address.sun_path, path.size());
+  return ::sendto(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0;
+}
+
+}  // namespace
+
+std::string SystemJournal::ShownMessage(const JournalEntry& entry) const {
+  std::string text = Shown(entry.Message, 4 * LongestValue);
+  if (lost_ > 0) text += " (after " + std::to_string(lost_) + " lost entries)";
+  return text;
+}
+
 // A line for each field. No value holds a line end once it is printable.
-std::string JournalDatagram(const JournalEntry& entry) {
+std::string SystemJournal::JournalDatagram(const JournalEntry& entry) const {
   std::string datagram = "MESSAGE=" + ShownMessage(entry);
   datagram += "\nPRIORITY=" + std::to_string(Severity(entry));
   datagram += "\nSYSLOG_IDENTIFIER=";
@@ -48,14 +62,15 @@ std::string JournalDatagram(const JournalEntry& entry) {
     datagram += '\n';
     datagram += field.Name;
     datagram += '=';
-    datagram += Shown(field.Value, SystemJournal::LongestValue);
+    datagram += Shown(field.Value, LongestValue);
   }
+  if (lost_ > 0) datagram += "\nENTRIES_LOST=" + std::to_string(lost_);
   datagram += '\n';
   return datagram;
 }
 
 // The form that every syslog daemon reads: priority, local time with an English month, tag, text.
-std::string SyslogDatagram(const JournalEntry& entry) {
+std::string SystemJournal::SyslogDatagram(const JournalEntry& entry) const {
   constexpr std::array months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const std::time_t now = std::time(nullptr);
@@ -69,18 +84,6 @@ std::string SyslogDatagram(const JournalEntry& entry) {
   return head.data() + ShownMessage(entry);
 }
 
-// What the daemon does not take at once is lost: no connection waits for it.
-void SendTo(int socket, const std::string& path, std::string_view datagram) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return;
-  path.copy(address.sun_path, path.size());
-  ::sendto(socket, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-           reinterpret_cast<const sockaddr*>(&address), sizeof address);
-}
-
-}  // namespace
-
 // The init system holds the journal's socket, so it stays while the daemon itself restarts.
 SystemJournal::SystemJournal(const std::string& journalSocket, const std::string& syslogSocket)
     : hasFields_(::access(journalSocket.c_str(), F_OK) == 0),
@@ -88,7 +91,8 @@ SystemJournal::SystemJournal(const std::string& journalSocket, const std::string
       socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {}
 
 void SystemJournal::Write(const JournalEntry& entry) {
-  SendTo(socket_.Get(), daemonSocket_, hasFields_ ? JournalDatagram(entry) : SyslogDatagram(entry));
+  const std::string datagram = hasFields_ ? JournalDatagram(entry) : SyslogDatagram(entry);
+  lost_ = SendTo(socket_.Get(), daemonSocket_, datagram) ? 0 : lost_ + 1;
 }
 
 }  // namespace quorbin

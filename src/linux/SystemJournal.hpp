@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "Fd.hpp"
@@ -23,9 +24,14 @@ class SystemJournal final : public Journal {
   void Write(const JournalEntry& entry) override;
 
  private:
+  std::string JournalDatagram(const JournalEntry& entry) const;
+  std::string SyslogDatagram(const JournalEntry& entry) const;
+  std::string ShownMessage(const JournalEntry& entry) const;
+
   bool hasFields_;  // the journal takes the entries
   std::string daemonSocket_;
   Fd socket_;
+  std::uint64_t lost_ = 0;  // entries since the last one that was taken
 };
 
 }  // namespace quorbin

@@ -23,8 +23,9 @@ struct JournalEntry {
 // Where the administrator reads afterwards what has happened.
 class Journal : public PlatformInterface {
  public:
-  // Never waits and never fails: an entry that nobody takes at once is lost. Texts are written so
-  // that they can't steer a terminal or forge a field.
+  // Never waits and never fails: an entry that nobody takes at once is lost, and the next one that
+  // is taken says how many were. Texts are written so that they can't steer a terminal or forge a
+  // field.
   virtual void Write(const JournalEntry& entry) = 0;
 };
 

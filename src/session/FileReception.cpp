@@ -52,7 +52,9 @@ std::error_code OpenAnnounced(Form1& form) {
   if (!IsUsableName(form.Session.FileName)) {
     return std::make_error_code(std::errc::invalid_argument);
   }
-  form.Files.Kill(OutputPath(form.Session));
+  const std::string path = OutputPath(form.Session);
+  form.Process.LetViewerTake(path);
+  form.Files.Kill(path);
   return OpenOutputFile(form);
 }
 
@@ -100,29 +102,38 @@ void AnswerBlock(Form1& form) {
   if (session.LogLevel == LogAllMessages) form.FControl.AppendLine(LogLine::RestZero);
 }
 
-// Closes connection and file, starts the viewer and listens again.
-void EndOfData(Form1& form, std::string_view reply, std::string_view aktion) {
-  form.Winsock1.SendData(reply);
-  form.Winsock1.Close();
-  form.FControl.Write(Field::aktion, aktion);
-  if (form.Session.FileIsOpen) {
-    const std::error_code error = form.Files.Close();
-    form.Session.FileIsOpen = false;
-    if (error) LogError(form, error.value(), error.message());
-    StartViewer(form);
-  }
-  Listen(form);
-  const bool started = form.Session.Task.has_value();
-  RecordConnection(form, started ? Outcome::ViewerStarted : Outcome::ViewerNotStarted,
-                   started && reply == Reply::Ok ? Ending::Good : Ending::Bad);
+void CloseFile(Form1& form) {
+  const std::error_code error = form.Files.Close();
+  form.Session.FileIsOpen = false;
+  if (error) LogError(form, error.value(), error.message());
 }
 
-void EndOfDataPlain(Form1& form) { EndOfData(form, Reply::Ok, Aktion::Executing); }
+void RecordEnd(Form1& form, bool whole) {
+  const bool started = form.Session.Task.has_value();
+  RecordConnection(form, started ? Outcome::ViewerStarted : Outcome::ViewerNotStarted,
+                   started && whole ? Ending::Good : Ending::Bad);
+}
+
+void EndOfDataPlain(Form1& form) {
+  form.Winsock1.SendData(Reply::Ok);
+  form.Winsock1.Close();
+  form.FControl.Write(Field::aktion, Aktion::Executing);
+  CloseFile(form);
+  StartViewer(form);
+  Listen(form);
+  RecordEnd(form, true);
+}
 
 void EndOfDataBinary(Form1& form) {
   const std::int64_t left = form.Session.BufLenLeft;
   const std::string shortfall = std::string(Reply::BufferAtEof) + NumberText(left);
-  EndOfData(form, left == 0 ? Reply::Ok : std::string_view(shortfall), Aktion::ExecutingBinary);
+  form.Winsock1.SendData(left == 0 ? Reply::Ok : std::string_view(shortfall));
+  form.Winsock1.Close();
+  CloseFile(form);
+  form.FControl.Write(Field::aktion, Aktion::ExecutingBinary);
+  StartViewer(form);
+  Listen(form);
+  RecordEnd(form, left == 0);
 }
 
 // Removes the end marker from the end of the chunk; false if there is none.
@@ -143,8 +154,10 @@ void TextChunk(Form1& form, std::int64_t ChunkLen) {
     form.Files.Close();
     error = OpenGenerated(form, error);
     form.Session.TotalBytes = ChunkLen;  // what came before is not in this file
-    form.FControl.Write(Field::aktion, Aktion::Writing);
-    if (!error) error = WriteText(form);
+    if (!error) {
+      form.FControl.Write(Field::aktion, Aktion::Writing);
+      error = WriteText(form);
+    }
     if (error) {
       BreakOff(form, error);
       return;
@@ -189,9 +202,11 @@ void BinaryChunk(Form1& form, std::int64_t ChunkLen) {
     form.Files.Close();
     error = OpenGenerated(form, error);
     session.TotalBytes = counted;  // what came before is not in this file
-    form.FControl.Write(Field::aktion, Aktion::WritingBinary);
-    LogBlock(form, ChunkLen);
-    if (!error) error = WriteBinary(form);
+    if (!error) {
+      form.FControl.Write(Field::aktion, Aktion::WritingBinary);
+      LogBlock(form, ChunkLen);
+      error = WriteBinary(form);
+    }
     if (error) {
       BreakOff(form, error);
       return;
@@ -240,12 +255,6 @@ void ReceiveChunk(Form1& form, std::int64_t ChunkLen) {
     // In binary mode, too, the end is the plain one: bytes that are missing from the last buffer
     // are reported only if the marker comes at the end of a chunk of content.
     EndOfDataPlain(form);
-    return;
-  }
-  // A guard: the data phase begins with an open file and ends with the connection.
-  if (!session.FileIsOpen) {
-    form.FControl.Write(Field::resu, Resu::UnknownAction);
-    form.Winsock1.SendData(Reply::Nak);
     return;
   }
   form.FControl.Write(Field::aktion, Aktion::Writing);

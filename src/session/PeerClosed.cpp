@@ -12,6 +12,7 @@ void PeerClosed(Form1& form) {
   form.FControl.Write(Field::aktion, Aktion::Listening);
   if (brokenOff) {
     form.Files.Close();
+    form.Process.LetViewerTake({});
     form.Files.KillPrefix(TempFilePrefix(form.Session));
   }
   Listen(form);

@@ -116,6 +116,7 @@ class RecordingStarter final : public ProcessStarter {
  public:
   explicit RecordingStarter(Trace& trace) : trace_(trace) {}
   std::optional<int> Shell(const std::string& commandLine, const std::string& file) override;
+  void LetViewerTake(const std::string& /*path*/) override {}
   void OpenInEditor(const std::string& /*path*/) override {}
 
  private:
