@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +15,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <list>
+#include <new>
 #include <vector>
 
 #include "CommandLine.hpp"
@@ -20,12 +26,16 @@
 #include "Fd.hpp"
 #include "FieldTexts.hpp"
 #include "InstanceDir.hpp"
+#include "Lingering.hpp"
 #include "LocalListener.hpp"
+#include "MappedBuffer.hpp"
 #include "OutputFiles.hpp"
 #include "Peer.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
 #include "Processes.hpp"
+#include "ReadFile.hpp"
+#include "StandardOutput.hpp"
 #include "StreamSocket.hpp"
 
 namespace quorbin {
@@ -210,6 +220,117 @@ TEST(LocalListener, OutlivesShortages) {
   std::filesystem::remove(place);
   if (WEXITSTATUS(status) == 1) GTEST_SKIP() << "no rights to mount";
   EXPECT_EQ(status, 0);
+}
+
+TEST(ReadFile, PlainFilesUpToALimit) {
+  std::string folder = testing::TempDir() + "readXXXXXX";
+  ASSERT_TRUE(mkdtemp(folder.data()));
+  std::ofstream(folder + "/file") << "content";
+  ASSERT_EQ(::mkfifo((folder + "/fifo").c_str(), 0600), 0);
+  EXPECT_EQ(ReadFile(folder + "/file"), "content");
+  EXPECT_EQ(ReadFile(folder + "/file", 7), "content");
+  EXPECT_EQ(ReadFile(folder + "/file", 6), "");
+  for (const char* other : {"/fifo", "/missing", ""}) EXPECT_EQ(ReadFile(folder + other), "");
+  std::filesystem::remove_all(folder);
+}
+
+TEST(MappedBuffer, WithoutMemory) {
+  constexpr std::size_t tooMuch = std::numeric_limits<std::size_t>::max() / 2;
+  EXPECT_THROW(MappedBuffer{tooMuch}, std::bad_alloc);
+  MappedBuffer buffer(4096);
+  buffer.Data()[4095] = 'x';
+  EXPECT_FALSE(buffer.Resize(tooMuch));
+  EXPECT_EQ(buffer.Size(), 4096U);
+  ASSERT_TRUE(buffer.Resize(1U << 20U));
+  EXPECT_EQ(buffer.Size(), 1U << 20U);
+  EXPECT_EQ(buffer.Data()[4095], 'x');
+}
+
+// Both ends of a connection; the first is the program's.
+std::pair<Fd, Fd> Connection() {
+  int ends[2];
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  return {Fd(ends[0]), Fd(ends[1])};
+}
+
+// Whether the peer can still send.
+bool Takes(const Fd& peer, std::size_t bytes) {
+  const std::string block(bytes, 'x');
+  return ::send(peer.Get(), block.data(), bytes, MSG_NOSIGNAL | MSG_DONTWAIT) ==
+         static_cast<ssize_t>(bytes);
+}
+
+TEST(Lingering, IsBounded) {
+  EpollLoop loop;
+  Lingering lingering(loop);
+  std::list<Fd> peers;
+  for (int i = 0; i < 17; ++i) {  // the seventeenth takes the place of the first
+    auto [own, peer] = Connection();
+    loop.Raise([&, connection = &own] { lingering.Add(std::move(*connection), {}, false); });
+    peers.push_back(std::move(peer));
+  }
+  EXPECT_FALSE(Takes(peers.front(), 1));
+  peers.pop_front();
+  for (const Fd& peer : peers) EXPECT_TRUE(Takes(peer, 1));
+
+  auto [own, peer] = Connection();
+  const int descriptor = own.Get();
+  loop.Raise([&, connection = &own] { lingering.Add(std::move(*connection), {}, false); });
+  peers.clear();
+  while (loop.ServeNext(0)) continue;
+  // 64 KiB in one event, 16 MiB in all.
+  ASSERT_TRUE(Takes(peer, 65537));
+  loop.ServeNext(0);
+  int waiting = 0;
+  EXPECT_EQ(::ioctl(descriptor, FIONREAD, &waiting), 0);
+  EXPECT_EQ(waiting, 1);
+  ASSERT_TRUE(Takes(peer, 65535));
+  while (loop.ServeNext(0)) continue;
+  for (int i = 2; i < 256; ++i) {
+    ASSERT_TRUE(Takes(peer, 65536));
+    loop.ServeNext(0);
+  }
+  ASSERT_TRUE(Takes(peer, 1));
+  loop.ServeNext(0);
+  EXPECT_FALSE(Takes(peer, 1));
+}
+
+// What a process of its own prints, more than is taken; then the reader makes room. The status is
+// that of the process, which also must leave the flags of the shared description as they are.
+std::string PrintedTo(const Fd& output, const Fd& reader, bool mayOpen, int& status) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(output.Get(), STDOUT_FILENO);
+    const rlimit none = {.rlim_cur = 0, .rlim_max = 0};
+    if (!mayOpen) ::setrlimit(RLIMIT_NOFILE, &none);
+    StandardOutput standardOutput;
+    for (int i = 0; i < 3; ++i) standardOutput.Print(std::string(1U << 20U, 'x') + "\n");
+    if ((::fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK) != 0) ::_exit(2);
+    std::string bytes(1U << 22U, '\0');
+    while (::recv(reader.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) continue;
+    if (::fcntl(reader.Get(), F_SETFL, O_NONBLOCK) != 0) ::_exit(3);
+    while (::read(reader.Get(), bytes.data(), bytes.size()) > 0) continue;
+    standardOutput.Print("next\n");
+    ::_exit(0);
+  }
+  ::waitpid(child, &status, 0);
+  std::string bytes(100, '\0');
+  const ssize_t count = ::read(reader.Get(), bytes.data(), bytes.size());
+  return bytes.substr(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+}
+
+TEST(StandardOutput, NeverWaitsAndStartsOnANewLineAfterALoss) {
+  for (const char* kind : {"socket", "pipe", "pipe that can't be opened again"}) {
+    SCOPED_TRACE(kind);
+    int ends[2];
+    ASSERT_EQ(
+        std::string(kind) == "socket" ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : ::pipe(ends),
+        0);
+    const Fd reader(ends[0]), output(ends[1]);
+    int status = -1;
+    EXPECT_EQ(PrintedTo(output, reader, !std::string(kind).ends_with("again"), status), "\nnext\n");
+    EXPECT_EQ(status, 0);
+  }
 }
 
 // A peer that has vanished is found on the connection, so that is where the options must hold.

@@ -36,7 +36,15 @@ TEST(Conversation, ControlMessages) {
   EXPECT_EQ(world.form.Session.FileName, "y.bad");
   const std::string version = "$VERSION$:" + std::string(100000, 'x');
   for (int i = 0; i < 30; ++i) EXPECT_EQ(world.Chunk(version), "+OK1.1.03");
-  EXPECT_LT(world.Text(Field::partner).size(), 200000U);  // it is bounded
+  EXPECT_LT(world.Text(Field::partner).size(), 200000U);
+  for (const std::size_t length : {4095U, 4096U}) {  // then it takes no more
+    ConnectionRequest(world.form, 5);
+    const std::size_t around = std::string("10.0.0.7 (Version )").size();
+    world.Chunk("$VERSION$:" + std::string(length - around, 'x'));
+    ASSERT_EQ(world.Text(Field::partner).size(), length);
+    world.Chunk("$VERSION$:2");
+    EXPECT_EQ(world.Text(Field::partner).ends_with(" (Version 2)"), length < 4096);
+  }
   CheckLog_Click(world.form, true);
   world.Chunk("nonsense  \x15");
   EXPECT_EQ(world.Text(Field::Satz), "nonsense\r\n");
@@ -211,6 +219,53 @@ TEST(Order, RequestOfTheWeb) {
   EXPECT_EQ(world.Chunk("$DATA$ / HTTP/1.1"), "-KDO");  // a known message
 }
 
+// A conversation of chunks and of events, which are in parentheses.
+void Play(World& world, const std::string& steps) {
+  std::istringstream rest(steps);
+  for (std::string step; std::getline(rest, step, '|');) {
+    bool cancelDisplay = false;
+    if (step == "(full)") {
+      world.files.failWrite = {1};
+    } else if (step == "(no open)") {
+      world.files.failOpen = {1, 2};
+    } else if (step == "(closed)") {
+      PeerClosed(world.form);
+    } else if (step == "(error)") {
+      Error(world.form, 104, "reset", cancelDisplay);
+      EXPECT_TRUE(cancelDisplay);
+    } else if (step == "(lost)") {
+      world.files.lost = std::make_error_code(std::errc::io_error);
+    } else {
+      world.Chunk(step);
+    }
+  }
+}
+
+// What an administrator reads.
+TEST(Record, Sentence) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"x", "refused by 10.0.0.7=*deny: Hostaccess denied"},
+      {"$FILE$:a.txt|$DATA$|xyz|$EOF$",
+       "admitted by Default=*allow: a.txt, 3 bytes, viewer started (task 1234)"},
+      {"$FILE$:a.txt|$DATA$|lost|(full)|xyz|(lost)|$EOF$",
+       "admitted by Default=*allow: temp814724.tmp, moved there by error 28 No space left on "
+       "device, 3 bytes, viewer started (task 1234), error 5 Input/output error"},
+  };
+  for (const auto& [steps, sentence] : rows) {
+    const std::string hosts = steps == "x" ? "[Hosts]\n10.0.0.7=*deny\n" : "";
+    World world(hosts + "[Extensions]\ntxt=view \"%1\"\n");
+    world.Connect();
+    Play(world, steps);
+    ASSERT_EQ(world.audit.entries.size(), 1U);
+    const JournalEntry& entry = world.audit.entries.front();
+    const JournalEntry::Field& peer = entry.Fields.front();
+    const JournalEntry::Field& duration = entry.Fields.back();
+    EXPECT_EQ(std::string(peer.Name) + "=" + peer.Value, "PEER=10.0.0.7");
+    EXPECT_EQ(duration.Name, "DURATION_MS");
+    EXPECT_EQ(entry.Message, "10.0.0.7 " + sentence + ", " + duration.Value + " ms");
+  }
+}
+
 // The fields of the one entry that a connection leaves, but for its peer and duration.
 TEST(Record, OneEntryForEachConnection) {
   const std::string admitted = "VERDICT=admitted DECIDED_BY=Default=*allow ";
@@ -250,24 +305,7 @@ TEST(Record, OneEntryForEachConnection) {
   for (const auto& row : rows) {
     World world("[Extensions]\ntxt=view \"%1\"\n[Hosts]\n" + row.Hosts);
     world.Connect();
-    std::istringstream chunks(row.Chunks);
-    for (std::string chunk; std::getline(chunks, chunk, '|');) {
-      bool cancelDisplay = false;
-      if (chunk == "(full)") {
-        world.files.failWrite = {1};
-      } else if (chunk == "(no open)") {
-        world.files.failOpen = {1, 2};
-      } else if (chunk == "(closed)") {
-        PeerClosed(world.form);
-      } else if (chunk == "(error)") {
-        Error(world.form, 104, "reset", cancelDisplay);
-        EXPECT_TRUE(cancelDisplay);
-      } else if (chunk == "(lost)") {
-        world.files.lost = std::make_error_code(std::errc::io_error);
-      } else {
-        world.Chunk(chunk);
-      }
-    }
+    Play(world, row.Chunks);
     // An error of the listener ends no connection.
     PeerClosed(world.form);
     ASSERT_EQ(world.audit.entries.size(), 1U) << row.Chunks;
