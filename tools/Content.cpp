@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "LastError.hpp"
@@ -29,6 +30,10 @@ constexpr std::size_t MaxLine = std::size_t{32} * 1024;
 // What the service acts on at the border of a chunk: the first ends the file, and the second with
 // the ten bytes after it is taken for the header of a buffer.
 constexpr std::array Markers = {Token::Eof, BufferHeader::Token};
+
+Failure Unreadable(std::string sentence) {
+  return {.sentence = std::move(sentence), .unreadable = true};
+}
 
 // ---- Text
 
@@ -118,7 +123,7 @@ std::size_t Source::Read(char* bytes, std::size_t limit) const {
   while (length < limit) {
     const ssize_t n = read(fd.Get(), bytes + length, limit - length);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) throw Failure{"read error: " + LastError().message()};
+    if (n < 0) throw Unreadable("read error: " + LastError().message());
     if (n == 0) break;
     length += static_cast<std::size_t>(n);
   }
@@ -126,7 +131,8 @@ std::size_t Source::Read(char* bytes, std::size_t limit) const {
 }
 
 void Source::Rewind() const {
-  if (lseek(fd.Get(), start, SEEK_SET) < 0) throw Failure{"read error: " + LastError().message()};
+  if (lseek(fd.Get(), start, SEEK_SET) < 0)
+    throw Unreadable("read error: " + LastError().message());
 }
 
 Source OpenSource(const std::string& file) {
@@ -134,9 +140,9 @@ Source OpenSource(const std::string& file) {
                                : open(file.c_str(), O_RDONLY | O_CLOEXEC)),
                 std::nullopt};
   struct stat status;
-  if (!source.fd || fstat(source.fd.Get(), &status) != 0) throw Failure{LastError().message()};
+  if (!source.fd || fstat(source.fd.Get(), &status) != 0) throw Unreadable(LastError().message());
   if (S_ISDIR(status.st_mode)) {
-    throw Failure{std::make_error_code(std::errc::is_a_directory).message()};
+    throw Unreadable(std::make_error_code(std::errc::is_a_directory).message());
   }
   if (S_ISREG(status.st_mode)) {
     source.start = std::max<off_t>(0, lseek(source.fd.Get(), 0, SEEK_CUR));

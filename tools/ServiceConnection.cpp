@@ -70,6 +70,7 @@ ServiceConnection::ServiceConnection(const ServiceAddress& address, int connectT
   }
   if (connected) {
     LimitTime(timeout_);
+    if (address.addresses == nullptr) CheckOwner(address.name);
     return;
   }
   if (reason == ECONNREFUSED) throw NotServing();
@@ -99,6 +100,18 @@ bool ServiceConnection::ConnectLocal(const std::string& path) {
   address.sun_family = AF_UNIX;
   std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d", place.Get());
   return connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+// Whoever may write in the socket's directory can put a socket there.
+void ServiceConnection::CheckOwner(const std::string& path) const {
+  ucred server{};
+  socklen_t size = sizeof server;
+  if (getsockopt(socket_.Get(), SOL_SOCKET, SO_PEERCRED, &server, &size) != 0) {
+    throw Lost(path + ": " + LastError().message());
+  }
+  if (server.uid == geteuid() || server.uid == 0) return;
+  throw Lost("nothing is sent to " + path + ": its server belongs to another user, number " +
+             std::to_string(server.uid));
 }
 
 // Bounds connect, send and receive; past it they fail with EINPROGRESS or EAGAIN.

@@ -15,10 +15,11 @@ namespace quorbin {
 
 // Thrown when a file did not get through.
 struct Failure {
-  std::string sentence;    // for the user
-  std::string reply = {};  // of the service, if the failure is one
-  bool busy = false;       // the service has not read anything yet; trying again may help
-  bool lost = false;       // no connection, or it broke: the same file may get through later
+  std::string sentence;     // for the user
+  std::string reply = {};   // of the service, if the failure is one
+  bool busy = false;        // the service has not read anything yet; trying again may help
+  bool lost = false;        // no connection, or it broke: the same file may get through later
+  bool unreadable = false;  // the file itself can't be read
 };
 
 // Where a service listens.
@@ -34,7 +35,7 @@ ServiceAddress FindHost(const std::string& host, int port);
 class ServiceConnection {
  public:
   // Tries each address for at most connectTime; no later step waits longer than timeout (both in
-  // seconds).
+  // seconds). A Unix socket's server must be of the same user or root.
   ServiceConnection(const ServiceAddress& address, int connectTime, int timeout);
 
   // Sends all bytes.
@@ -56,6 +57,7 @@ class ServiceConnection {
  private:
   bool ConnectHost(const addrinfo& address);
   bool ConnectLocal(const std::string& path);
+  void CheckOwner(const std::string& path) const;
   bool Open(int family, int type, int protocol);
   void LimitTime(int seconds) const;
   bool Spoke() const;  // a reply, or the close, is there to be received

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <new>
 #include <optional>
@@ -23,9 +24,11 @@
 #include <vector>
 
 #include "Content.hpp"
+#include "LinkPlace.hpp"
 #include "Printable.hpp"
 #include "ProgressBar.hpp"
 #include "Protocol.hpp"
+#include "RemoteName.hpp"
 #include "ServiceConnection.hpp"
 #include "Usage.hpp"
 
@@ -45,10 +48,13 @@ constexpr std::chrono::microseconds LongestPause{100000};
 // KiB gains little. But the acknowledgement must come within the timeout, on a slow line too.
 constexpr std::size_t DefaultBuffer = std::size_t{1024} * 1024;
 
+constexpr int WrongUsage = 2;
+
 struct Options {
   std::string host = "127.0.0.1";
   int port = DefaultPort;
-  std::string socket;  // path; empty: host and port
+  std::string socket;     // path; empty: host and port
+  bool findPlace = true;  // none of the three was given
   bool text = false;
   bool noVersion = false;
   std::optional<std::string> ext;
@@ -63,27 +69,14 @@ struct Options {
 
 // ---- The extension
 
-// The last component of a name that may be a path, or one in the notation *POSIX(/a/b.txt).
-std::string_view LastPart(std::string_view name) {
-  const bool posix = name.starts_with("*POSIX");
-  if (posix && name.ends_with(')')) name.remove_suffix(1);
-  return name.substr(name.find_last_of(posix ? "/(" : "/") + 1);
-}
-
-// The suffix of the name, with its dot.
+// The suffix of the last part of the name, with its dot.
 std::string SuffixOf(const std::string& name) {
-  const std::string_view part = LastPart(name);
-  const std::size_t dot = part.rfind('.');
-  if (dot == part.npos || dot + 1 == part.size()) {
+  const std::string reduced = ReduceName(name);
+  const std::size_t dot = reduced.rfind('.');
+  if (dot == reduced.npos || dot + 1 == reduced.size() || reduced.find('/', dot) != reduced.npos) {
     throw Failure{"the name has no extension, which chooses the viewer; give one with --ext"};
   }
-  return std::string(part.substr(dot));
-}
-
-// By default the service takes the last four bytes of the name for the extension.
-bool TakesItself(const std::string& name, std::string_view ext) {
-  const std::string_view part = LastPart(name);
-  return part.substr(part.size() - std::min<std::size_t>(part.size(), 4)) == ext;
+  return reduced.substr(dot);
 }
 
 // ---- Control messages
@@ -105,7 +98,7 @@ void SendHead(ServiceConnection& service, const Options& options, const std::str
     const std::string reply = service.Receive();
     if (!reply.starts_with(Reply::Ok)) throw Refusal(reply);  // the service's version follows
   }
-  if (options.ext || !TakesItself(name, ext)) service.Ask(Message(Token::Ext, ext));
+  if (options.ext || DeriveExt(ReduceName(name)) != ext) service.Ask(Message(Token::Ext, ext));
   service.Ask(options.text ? Token::FileTypeText : Token::FileTypeBinary);
   if (!options.prefix.empty()) service.Ask(Message(Token::KdoPrf, options.prefix));
   if (!options.suffix.empty()) service.Ask(Message(Token::KdoExt, options.suffix));
@@ -139,6 +132,16 @@ void SendFile(ServiceConnection& service, const Options& options, const std::str
   }
 }
 
+// Where the service is. By default that is the socket of this user's own service, where there is
+// one. Throws Failure.
+ServiceAddress FindService(const Options& options) {
+  if (!options.socket.empty()) return {options.socket, nullptr};
+  const std::string own = RunTimeDirectory("Quorbin") + "/" + std::string(LocalSocketName);
+  std::error_code ignored;
+  if (options.findPlace && std::filesystem::is_socket(own, ignored)) return {own, nullptr};
+  return FindHost(options.host, options.port);
+}
+
 // Throws Failure.
 void Deliver(const Options& options, const std::string& file) {
   const std::string base = file == "-" ? "stdin" : file.substr(file.rfind('/') + 1);
@@ -156,8 +159,6 @@ void Deliver(const Options& options, const std::string& file) {
   if (options.text) CheckText(source);
   if (options.noVersion && !options.text) CheckStream(source);
 
-  const ServiceAddress address = options.socket.empty() ? FindHost(options.host, options.port)
-                                                        : ServiceAddress{options.socket, nullptr};
   ProgressBar progress(name, source.size);
   std::minstd_rand random(std::random_device{}());
   const auto giveUp = Clock::now() + std::chrono::seconds(options.wait);
@@ -167,7 +168,7 @@ void Deliver(const Options& options, const std::string& file) {
                                 ? options.timeout
                                 : std::clamp(static_cast<int>(left.count()), 1, options.timeout);
     try {
-      ServiceConnection service(address, connectTime, options.timeout);
+      ServiceConnection service(FindService(options), connectTime, options.timeout);
       return SendFile(service, options, name, ext, source, progress);
     } catch (Failure& failure) {
       if (!failure.busy) throw;
@@ -201,8 +202,12 @@ can't be sent so and fails before it is sent.
 
 A file called - or [x] is given as ./- or ./[x].
 
-Exit status: 0 if every file was received, 75 if the connection was all that failed, so
-the same may get through later, 1 for any other failure, else above 1 for wrong usage.
+Without --host, --port and --socket a file goes to the socket of your own service, if it
+has one, else to port 9438 of this machine.
+
+Exit status: 0 if every file was received. Else that of the first that was not: 75 if there
+was no connection or it broke, so the same may get through later, 66 if the file can't be
+read, 1 for any other reason, a refusal for instance. 2 is wrong usage.
 
 Examples:
   quorbin-send report.pdf
@@ -257,8 +262,9 @@ int main(int argc, char** argv) try {
     }
     if (options.ext && !options.ext->starts_with('.')) options.ext->insert(0, 1, '.');
   } catch (const CLI::ParseError& error) {
-    return app.exit(error);
+    return app.exit(error) == 0 ? 0 : WrongUsage;
   }
+  options.findPlace = !*host && !*port && options.socket.empty();
 
   int status = 0;
   for (const std::string& file : options.files) {
@@ -268,11 +274,10 @@ int main(int argc, char** argv) try {
       std::cerr << "quorbin-send: " << Printable(file) << ": " << failure.sentence;
       if (!failure.reply.empty()) std::cerr << " (reply \"" << Printable(failure.reply) << "\")";
       std::cerr << '\n';
-      if (!failure.lost) status = 1;
-      if (status == 0) status = EX_TEMPFAIL;
+      if (status == 0) status = failure.lost ? EX_TEMPFAIL : failure.unreadable ? EX_NOINPUT : 1;
     } catch (const std::bad_alloc&) {
       std::cerr << "quorbin-send: " << Printable(file) << ": not enough memory for the buffer\n";
-      status = 1;
+      if (status == 0) status = 1;
     }
   }
   return status;

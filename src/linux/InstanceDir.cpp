@@ -54,6 +54,8 @@ bool InstanceDir::Claim() {
     return true;
   }
   lock_ = std::move(lock);
+  // Left by a run that was killed. A sender would take it for a service.
+  ::unlinkat(directory_.Get(), LocalSocketName.data(), 0);
   return true;
 }
 
