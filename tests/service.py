@@ -100,6 +100,23 @@ def free_port():
             return port
 
 
+def connection(family, address, source=""):
+    """A connected socket. Its calls block up to a limit; those of Python's own time limits would
+    not, so that a full queue would be an error."""
+    peer = socket.socket(family)
+    try:
+        for limit in socket.SO_RCVTIMEO, socket.SO_SNDTIMEO:
+            peer.setsockopt(socket.SOL_SOCKET, limit, struct.pack("ll", PATIENCE, 0))
+        if family != socket.AF_UNIX:
+            peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            peer.bind((source, 0))
+        peer.connect(address)
+    except BaseException:
+        peer.close()
+        raise
+    return peer
+
+
 def ask(peer, *messages):
     """The reply to the last of the messages; empty once the service has closed the connection."""
     reply = b""
@@ -218,21 +235,11 @@ class Service(contextlib.ExitStack):
 
     def try_to_connect(self, source="", family=socket.AF_INET):
         """A connection, or a ConnectionError."""
+        if self.local:
+            return connection(socket.AF_UNIX, f"{self.home}/run/Quorbin/in")
         self.find_port()
-        peer = socket.socket(socket.AF_UNIX if self.local else family)
-        try:
-            for limit in socket.SO_RCVTIMEO, socket.SO_SNDTIMEO:
-                peer.setsockopt(socket.SOL_SOCKET, limit, struct.pack("ll", PATIENCE, 0))
-            if self.local:
-                peer.connect(f"{self.home}/run/Quorbin/in")
-            else:
-                peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-                peer.bind((source, 0))
-                peer.connect(("127.0.0.1" if family == socket.AF_INET else "::1", self.port))
-        except BaseException:
-            peer.close()
-            raise
-        return peer
+        return connection(family, ("127.0.0.1" if family == socket.AF_INET else "::1", self.port),
+                          source)
 
     def connect(self, *arguments, **options):
         """A connection, as soon as the service listens."""
@@ -261,14 +268,7 @@ class Service(contextlib.ExitStack):
             return read_all(client)
 
     def link_client(self):
-        client = socket.socket(socket.AF_UNIX)
-        client.settimeout(PATIENCE)
-        try:
-            client.connect(f"{self.home}/run/Quorbin/qbstop")
-        except BaseException:
-            client.close()
-            raise
-        return client
+        return connection(socket.AF_UNIX, f"{self.home}/run/Quorbin/qbstop")
 
     def transfer(self, content, name):
         """Whether the service confirmed the end of the file."""
