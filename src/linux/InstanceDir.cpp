@@ -54,8 +54,12 @@ bool InstanceDir::Claim() {
     return true;
   }
   lock_ = std::move(lock);
-  // Left by a run that was killed. A sender would take it for a service.
-  ::unlinkat(directory_.Get(), LocalSocketName.data(), 0);
+  // A socket that a killed run has left would look like a service to a sender.
+  struct stat status;
+  if (::fstatat(directory_.Get(), LocalSocketName.data(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISSOCK(status.st_mode)) {
+    ::unlinkat(directory_.Get(), LocalSocketName.data(), 0);
+  }
   return true;
 }
 
