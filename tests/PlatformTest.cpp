@@ -114,8 +114,16 @@ TEST(Printable, EscapesWhatSteersATerminal) {
   EXPECT_EQ(Printable(plain), plain);
   EXPECT_EQ(Printable({"\r\n\t\\\x1B\x7F\0\u009B", 9}), R"(\r\n\t\\\x1B\x7F\x00\xC2\x9B)");
   EXPECT_EQ(Printable("\xE4\xED\xA0\x80\xE2\x82"), R"(\xE4\xED\xA0\x80\xE2\x82)");
-  EXPECT_EQ(Printable("\u2029\u202A\u202E\u202F\u2065\u2066\u2069\u206A"),
-            "\u2029\\xE2\\x80\\xAA\\xE2\\x80\\xAE\u202F\u2065\\xE2\\x81\\xA6\\xE2\\x81\\xA9\u206A");
+  EXPECT_EQ(Printable("\uFEFF"), R"(\xEF\xBB\xBF)");
+  // First and last of each range, and the characters beside them.
+  for (const char32_t point : {U'\0', U'\x1F', U'\x7F', U'\x9F', U'\u061C', U'\u200B', U'\u200F',
+                               U'\u2028', U'\u202E', U'\u2060', U'\u2069', U'\uFEFF'}) {
+    EXPECT_TRUE(Steers(point)) << static_cast<unsigned>(point);
+  }
+  for (const char32_t point : {U' ', U'~', U'\xA0', U'\u061B', U'\u061D', U'\u200A', U'\u2010',
+                               U'\u2027', U'\u202F', U'\u205F', U'\u206A', U'\uFEFE', U'\uFF00'}) {
+    EXPECT_FALSE(Steers(point)) << static_cast<unsigned>(point);
+  }
 }
 
 TEST(ConsoleDisplay, ShowsTheBeginningOfALongText) {

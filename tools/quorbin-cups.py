@@ -59,7 +59,7 @@ EXTENSION = re.compile(r"\.?[A-Za-z0-9._+-]{0,31}")
 
 # No part of a path, pattern or notation on any desktop, and no mark that turns the order of what
 # is shown; control characters come on top.
-UNSAFE = re.compile(r'[/\\:*?"<>|\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]')
+UNSAFE = re.compile(r'[/\\:*?"<>|\u061c\u200b-\u200f\u2028-\u202e\u2060-\u2069\ufeff]')
 NAME_SUFFIX = re.compile(r"(?<=.)\.[A-Za-z0-9]{0,8}[A-Za-z][A-Za-z0-9]{0,8}$")
 
 PDF = "application/pdf"
@@ -81,8 +81,9 @@ class End(Exception):
 
 
 def say(kind, text):
-    """One message to the scheduler, which is one line."""
-    print(f"{kind}: {' '.join(text.split())}", file=sys.stderr, flush=True)
+    """One message to the scheduler, which is one line. Nothing in it steers a terminal."""
+    shown = "".join(c if c.isprintable() else ascii(c)[1:-1] for c in " ".join(text.split()))
+    print(f"{kind}: {shown}", file=sys.stderr, flush=True)
 
 
 # ---- What queue and job ask for

@@ -4,8 +4,19 @@
 # reach; all that takes time comes after. See quorbin-keep(1).
 set -u
 
+# Control characters, and the marks of Unicode that turn the direction of text, end a line or have no
+# width, become an underscore.
+harmless() {
+  printf %s "$1" | LC_ALL=C tr '[:cntrl:]' _ | LC_ALL=C sed '
+    s/\xC2[\x80-\x9F]/_/g
+    s/\xD8\x9C/_/g
+    s/\xE2\x80[\x8B-\x8F\xA8-\xAE]/_/g
+    s/\xE2\x81[\xA0-\xA9]/_/g
+    s/\xEF\xBB\xBF/_/g'
+}
+
 fail() {
-  printf 'quorbin-keep: %s\n' "$*" >&2
+  printf 'quorbin-keep: %s\n' "$(harmless "$*")" >&2
   exit 1
 }
 
@@ -66,9 +77,7 @@ name=${file##*/}
 name=${name#"${prefix:-f\$~.}"}
 
 # Nothing hidden, nothing that looks like an option, nothing that steers a terminal.
-case $name in
-  *[[:cntrl:]]*) name=$(printf %s "$name" | LC_ALL=C tr '[:cntrl:]' _) ;;
-esac
+name=$(harmless "$name")
 case $name in
   [.-]*) name=_${name#?} ;;
   '') name=received ;;
@@ -113,7 +122,7 @@ until move "$arriving" "$kept"; do
   number=$((number + 1))
   kept="$to/$stem ($number)$suffix"
 done
-printf 'kept %s\n' "$kept"
+printf 'kept %s\n' "$(harmless "$kept")"
 
 [ -n "$open" ] || exit 0
 if command -v xdg-open >/dev/null; then exec xdg-open "$kept"; fi

@@ -17,6 +17,7 @@
 
 #include "LinkClient.hpp"
 #include "LinkProtocol.hpp"
+#include "Printable.hpp"
 #include "Protocol.hpp"
 #include "Usage.hpp"
 
@@ -26,14 +27,14 @@ namespace {
 enum ExitStatus { Accepted = 0, Refused = 1, NoService = 2 };
 
 int Complain(int status, const std::string& sentence) {
-  std::cerr << "quorbin-link: " << sentence << '\n';
+  std::cerr << "quorbin-link: " << Printable(sentence) << '\n';
   return status;
 }
 
 // Prints the answer and returns the exit status.
 int ShowAnswer(const std::string& answer) {
   if (answer.starts_with(LinkProtocol::Value)) {
-    std::cout << answer.substr(LinkProtocol::Value.size()) << '\n';
+    std::cout << Printable(answer.substr(LinkProtocol::Value.size())) << '\n';
     return Accepted;
   }
   if (answer != LinkProtocol::Accepted && answer != LinkProtocol::Refused) {
@@ -83,7 +84,7 @@ void WarnIfNobody(const std::string& command) {
   const std::string peer = command.substr(first, command.find_last_not_of(' ') + 1 - first);
   const std::string address = AddressText(peer);
   if (peer == LocalPeer || peer == address) return;
-  std::cerr << "quorbin-link: warning: '" << peer << "' "
+  std::cerr << "quorbin-link: warning: '" << Printable(peer) << "' "
             << (address.empty() ? "is no address and matches nobody"
                                 : "matches nobody; the service writes it " + address)
             << '\n';

@@ -271,7 +271,7 @@ int main(int argc, char** argv) try {
     try {
       Deliver(options, file);
     } catch (const Failure& failure) {
-      std::cerr << "quorbin-send: " << Printable(file) << ": " << failure.sentence;
+      std::cerr << "quorbin-send: " << Printable(file) << ": " << Printable(failure.sentence);
       if (!failure.reply.empty()) std::cerr << " (reply \"" << Printable(failure.reply) << "\")";
       std::cerr << '\n';
       if (status == 0) status = failure.lost ? EX_TEMPFAIL : failure.unreadable ? EX_NOINPUT : 1;

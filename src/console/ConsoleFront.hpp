@@ -9,6 +9,7 @@
 #include "ConsoleDisplay.hpp"
 #include "EventLoop.hpp"
 #include "Front.hpp"
+#include "Printable.hpp"
 
 namespace quorbin {
 
@@ -57,7 +58,7 @@ class ConsoleFront final : public Front {
   ShellTray& Tray() override { return tray_; }
   void SetEvents(Events events) override { events_ = std::move(events); }
   void ShowMessage(const std::string& text, const std::string& title) override {
-    std::cerr << title << ": " << text << "\n";
+    std::cerr << Printable(title + ": " + text) << "\n";
   }
   void UserSignal() override {
     checkLog_ = !checkLog_;

@@ -1,7 +1,10 @@
 #include "WindowText.hpp"
 
 #include <QStringDecoder>
+#include <algorithm>
 #include <cstddef>
+
+#include "Printable.hpp"
 
 namespace quorbin {
 
@@ -36,13 +39,22 @@ void AppendWrapped(QString& log, const QString& line) {
   }
 }
 
+// A sign in the place of what steers. Ends of lines and tabs stay.
+QChar Visible(QChar c) {
+  if (c == u'\r' || c == u'\n' || c == u'\t' || !Steers(c.unicode())) return c;
+  if (c < u' ') return QChar(0x2400 + c.unicode());  // the picture of the control character
+  return QChar::ReplacementCharacter;
+}
+
 }  // namespace
 
 QString ToText(std::string_view bytes) {
   QStringDecoder utf8(QStringDecoder::Utf8,
                       QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
   QString text = utf8(View(bytes));
-  return utf8.hasError() ? QString::fromLatin1(View(bytes)) : text;
+  if (utf8.hasError()) text = QString::fromLatin1(View(bytes));
+  std::ranges::transform(text, text.begin(), Visible);
+  return text;
 }
 
 QString ToLog(std::string_view bytes) {

@@ -13,7 +13,8 @@ namespace quorbin {
 inline constexpr int TwipsPerPixel = 15;
 constexpr int Pixels(int twips) { return (twips + TwipsPerPixel / 2) / TwipsPerPixel; }
 
-// Valid UTF-8 as such, anything else byte by byte as Latin-1.
+// Valid UTF-8 as such, anything else byte by byte as Latin-1, with a visible sign for each
+// character that could steer what is shown.
 QString ToText(std::string_view bytes);
 
 // Lines closed by CR LF, each converted on its own, as lines closed by LF; there is no other break

@@ -1,5 +1,7 @@
 #include "Printable.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <optional>
 
@@ -33,13 +35,6 @@ std::optional<Character> FirstCharacter(std::string_view bytes) {
   return Character{point, length};
 }
 
-bool Steers(char32_t point) {
-  const bool control = point < 0x20 || (point >= 0x7F && point < 0xA0);
-  const bool direction =
-      (point >= 0x202A && point <= 0x202E) || (point >= 0x2066 && point <= 0x2069);
-  return control || direction;
-}
-
 void AppendEscape(std::string& text, char c) {
   switch (c) {
     case '\r':
@@ -65,6 +60,20 @@ void AppendEscape(std::string& text, char c) {
 }
 
 }  // namespace
+
+bool Steers(char32_t point) {
+  struct Range {
+    char32_t First, Last;
+  };
+  constexpr std::array ranges = {
+      Range{0, 0x1F},        Range{0x7F, 0x9F},      // control characters
+      Range{0x061C, 0x061C}, Range{0x200B, 0x200F},  // directions, joiners, no width
+      Range{0x2028, 0x202E},                         // line ends, directions
+      Range{0x2060, 0x2069}, Range{0xFEFF, 0xFEFF},  // no width, directions
+  };
+  return std::ranges::any_of(
+      ranges, [point](const Range& range) { return range.First <= point && point <= range.Last; });
+}
 
 std::string Printable(std::string_view bytes) {
   std::string text;
