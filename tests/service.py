@@ -279,10 +279,10 @@ class Service(contextlib.ExitStack):
 
     def honest(self):
         """The service takes a file and shows it, and has touched no files but its own."""
-        (self.home / "view.ed").unlink(missing_ok=True)
         self.eventually(lambda: self.transfer(b"honest", b"h.txt"), "an honest sender is served")
         assert self.holds("f$~.h.txt", b"honest"), "an honest sender's file"
-        assert self.viewed() == b"honest", "an honest sender's file in the viewer"
+        while self.viewed() != b"honest":  # that of an earlier file may have been slow
+            pass
         for name in ("../precious", "../outside/precious"):
             assert self.holds(name, b"precious"), name
         assert not (self.home / "precious2").exists(), "a shell has expanded a name"
