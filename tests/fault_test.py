@@ -4,7 +4,6 @@
 import contextlib
 import errno
 import itertools
-import os
 import socket
 
 from service import BIN, DATA, TestCase, free_port, main
@@ -12,7 +11,8 @@ from service import BIN, DATA, TestCase, free_port, main
 BINARY = (b"$VERSION$:1", b"$FILE$:a.log", b"$FILETYPE$:B", DATA, b"$BUFFLEN$0000000022one",
           b"$BUFFLEN$0000000022two", b"$BUFFLEN$0000000029three$EOF$")
 TEXT = (b"$FILE$:a.log", DATA, b"one", b"two", b"three$EOF$")
-PASSING = (0, errno.EINTR, errno.EAGAIN)  # such a call only has to be repeated; 0: half of the bytes
+# A call that only has to be repeated; 0 is half of the bytes.
+PASSING = (0, errno.EINTR, errno.EAGAIN)
 NO_MEMORY = 10  # minus the number of getnameinfo
 
 

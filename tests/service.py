@@ -181,8 +181,8 @@ class Service(contextlib.ExitStack):
         valgrind = ["valgrind"] if "VALGRIND_OPTS" in self.environment else []
         with open(self.home / "out", "wb") as out, open(self.home / "err", "wb") as err:
             self.process = subprocess.Popen(
-                [*wrapper, *valgrind, f"{self.home}/Quorbin"],
-                **{"stdout": out, "stderr": err, "env": {**self.environment, **(environment or {})}, **options})
+                [*wrapper, *valgrind, f"{self.home}/Quorbin"], stderr=err,
+                env={**self.environment, **(environment or {})}, **{"stdout": out, **options})
 
     def start(self, wrapper=(), **options):
         """Launches it, and waits until it listens."""

@@ -113,8 +113,8 @@ class Send(Tool):
 
     def test_binary_messages_in_order(self):
         (self.here / "a name").write_bytes(b"0123456789abc")
-        self.assertEqual(self.send("--ext .x --prefix ' p ' --suffix $'s\\x15' --buffer 29 'a name'"),
-                         b"0:")
+        options = "--ext .x --prefix ' p ' --suffix $'s\\x15' --buffer 29"
+        self.assertEqual(self.send(f"{options} 'a name'"), b"0:")
         self.assertEqual(self.sent(), b"$EXT$:.x|$FILETYPE$:B|$KDOPRF$: p |$KDOEXT$:s\x15\x15|"
                          b"$FILE$:a name|$DATA$|" + blocks(b"0123456789", b"abc") + b"$EOF$|")
 
@@ -229,8 +229,8 @@ class Send(Tool):
 
         # A Unix socket that is not there yet.
         with server(self.receive, "in"):
-            self.assertEqual(run(f"mv in later; (sleep 0.3; mv later in) & {SEND} --socket in f.txt"),
-                             b"0:")
+            hidden = "mv in later; (sleep 0.3; mv later in) &"
+            self.assertEqual(run(f"{hidden} {SEND} --socket in f.txt"), b"0:")
         self.assertTrue(self.chunks.endswith(b"one|$EOF$|"))
 
     def test_faults_of_the_connection_have_a_status_of_their_own(self):
@@ -253,7 +253,8 @@ class Documented(Tool):
             chance = random.Random(seed)
             content = markers(chance, 300)
             (self.here / "f.txt").write_bytes(content)
-            with server(lambda peer, chance=chance: self.cut_anywhere(peer, service, chance)) as port:
+            with server(lambda peer, chance=chance:
+                        self.cut_anywhere(peer, service, chance)) as port:
                 for sender in (f"{SEND} --port {port} f.txt",
                                f"{SEND} --port {port} --buffer {chance.randrange(20, 220)} f.txt",
                                f"python3 send.py 127.0.0.1 {port} f.txt"):
@@ -297,8 +298,9 @@ class Documented(Tool):
         (service.home / "sent").write_bytes(content)
         for number in range(10):
             (self.here / f"{number}.log").write_bytes(content)
-        self.assertEqual(run("for n in 0 1 2 3 4 5 6 7 8 9; do "
-                             f"python3 send.py 127.0.0.1 {service.port} $n.log & done; wait"), b"0:")
+        sender = f"python3 send.py 127.0.0.1 {service.port}"
+        self.assertEqual(run(f"for n in 0 1 2 3 4 5 6 7 8 9; do {sender} $n.log & done; wait"),
+                         b"0:")
         same = service.home / "compare.d"
         service.eventually(lambda: same.exists() and same.stat().st_size == 10, "all arrive whole")
 
@@ -312,7 +314,8 @@ class LinkClient(Tool):
         link = f"XDG_RUNTIME_DIR={base} {LINK}"
         none = f"2:quorbin-link: no service of {user} at {home}/qbstop: "
         warning = "0:quorbin-link: warning: "
-        self.assertEqual(run(f"{link} request stopsrv").decode(), f"{none}No such file or directory\n")
+        self.assertEqual(run(f"{link} request stopsrv").decode(),
+                         f"{none}No such file or directory\n")
         home.mkdir(parents=True)
         os.chdir(home)  # too long a path for a socket address
         rows = [  # arguments, the line, its answer, what comes of it
