@@ -55,8 +55,7 @@ TEST(ExecLine, BecomesAnOpenCommand) {
   const ExecFields fields = {"My App", "pic", "/apps/my.desktop"};
   const std::pair<std::string, std::string> rows[] = {
       {"view -a %u -b %f", R"(view -a "%1" -b)"},
-      {"view --file=%F.x", R"(view --file="%1.x")"},
-      {R"(view "--file=a\\%f b\\")", R"(view "--file=a\%1 b"\)"},
+      {R"(view "a b\\")", R"(view "a b"\ "%1")"},
       {R"("/opt/My App/view" "a\"b" 'c d\' "" %f)", R"("/opt/My App/view" a\"b "c d"\ "" "%1")"},
       {R"(view "a=\\" %f)", R"(view a=\ "%1")"},
       {"view %i --name=%c %k %f", R"(view --icon pic "--name=My App" /apps/my.desktop "%1")"},
@@ -66,7 +65,8 @@ TEST(ExecLine, BecomesAnOpenCommand) {
   };
   for (const auto& [exec, command] : rows) EXPECT_EQ(OpenCommandOfExec(exec, fields), command);
   EXPECT_EQ(OpenCommandOfExec("view %i", {"", "", ""}), R"(view "%1")");
-  for (auto none : {"view 'a", "", "%f", "%m"}) EXPECT_EQ(OpenCommandOfExec(none, fields), "");
+  for (auto none : {"view 'a", "", "%f", "%m", "sh -c \"cat %f\"", "view --file=%F", "view %fx %u"})
+    EXPECT_EQ(OpenCommandOfExec(none, fields), "");
 }
 
 TEST(DesktopRegistry, ListsTheClassesFiles) {

@@ -15,7 +15,7 @@ struct ExecFields {
 // and tabs separate arguments, double quotes group, a backslash is itself except before a double
 // quote. The first file field code (%f %F %u %U) becomes the placeholder "%1" in double quotes,
 // which is appended if there was none; no other text of the command reads %1. Empty if the line
-// can't be parsed, names no program or would start the file itself.
+// can't be parsed, names no program, would start the file itself, or has a file code inside a word.
 std::string OpenCommandOfExec(const std::string& exec, const ExecFields& fields);
 
 }  // namespace quorbin
