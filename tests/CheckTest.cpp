@@ -114,6 +114,8 @@ Default=             -> Default: '' counts as absent; *allow is in effect
 pca=deny             -> 'pca=deny' lets the peer in, for it is not exactly *deny
 pcb=no               -> 'pcb=no' lets the peer in
 pcc=                 -> 'pcc=' lets the peer in
+127.0.0.1=*deny
+::1=*deny
 )",
     R"([Hosts]
 Default=*deny
@@ -128,12 +130,13 @@ pca=*deny
 ::ffff:10.0.0.7=*allow
 -> '::ffff:10.0.0.7' matches no peer: write 10.0.0.7
 fd00:0::7=*allow     -> 'fd00:0::7' matches no peer: write fd00::7
+fe80::1%1=*allow     -> 'fe80::1%1' matches no peer: write fe80::1%lo
 fe80::1=*allow
 -> 'fe80::1' matches no peer: a link-local peer is seen with its interface, as in fe80::1%eth0
 10.0.0.7:9438=*allow -> '10.0.0.7:9438' matches no peer: it is neither an address nor a name
 pc.example.=*allow   -> 'pc.example.' matches no peer: a name has no dot at its ends
 )",
-    "[Hosts]\nDefault=*deny\n::1=*allow\nFD00::7=*allow\nfe80::1%eth0=*allow\nPC-A.lan=*allow\n",
+    "[Hosts]\nDefault=*deny\nFD00::7=*allow\nfe80::1%eth0=*allow\nPC-A.lan=*allow\n",
     // Extensions
     R"([Extensions]
 Default=*deny and more
@@ -148,7 +151,15 @@ Default=*deny and more
     "[Extensions]\npdf=*allow -> 'pdf=*allow' is taken for a command, for it is not exactly *reg\n",
     "[Extensions]\nps=*registered -> 'ps=*registered' is taken for a command\n",
     "[Extensions]\nhtm= -> 'htm=' has no command: such files are refused\n",
-    "[Extensions]\nlog=cat -> the command of 'log' has no %1: the file is put at its end\n",
+    "[Extensions]\nlog=cat -> the command of 'log' has no %1: the file is put at its end, where a "
+    "name with "
+    "blanks adds arguments\n",
+    "[Extensions]\nlog=cat %1 -> the command of 'log' has %1 without quotation marks, where a name "
+    "with blanks adds arguments\n",
+    // Everybody on this machine
+    "[Hosts]\nDefault=*deny\n::1=*allow\n"
+    "-> ::1 may connect and choose parameters: every user of this machine can run viewers with "
+    "arguments of his own; set Listen=*local or Parameters=*deny\n",
     R"([Extensions]
 regx=regedit "%1"    -> the command of 'regx': no program 'regedit' is found
 exe=anything "%1"
@@ -203,11 +214,13 @@ TEST(QuorbinCheck, WarnsOfTheSurroundings) {
        "the directory of the received files, /tmp, can be written by others"},
       {"rmdir tmp", "the directory of the received files, /tmp: No such file or directory"},
       {"touch tmp", "the directory of the received files, /tmp, is none"},
-      {"rm tmp; mkdir -m 700 tmp; echo '[Hosts]' >quorbin.ini",
+      {"rm tmp; mkdir -m 700 tmp; printf '[Global]\\nParameters=*deny\\n[Hosts]' >quorbin.ini",
        "section Hosts has neither Default nor host_allow: peers without an entry are let in"},
-      {"echo 'Default=*deny' >>quorbin.ini; sed -i 's/[0-9]*\"$/high\"/' "
+      {"printf '\\nDefault=*deny\\n' >>quorbin.ini; sed -i 's/[0-9]*\"$/high\"/' "
        "config/quorbin/classes.reg",
        "registry value Quorbin\\\\Port: 'high' is no number: counts as 0"},
+      {"sed -i 's/high/70000/' config/quorbin/classes.reg",
+       "registry value Quorbin\\\\Port: port 70000 is none: the service ends at its start"},
   };
   for (const auto& [prepare, warning] : rows) {
     EXPECT_EQ(RunShell("cd " + service.Home.string() + "; " + prepare).Output, "");

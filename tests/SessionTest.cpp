@@ -115,6 +115,18 @@ TEST(Order, AcceptanceOfAPeer) {
             "Close; aktion=listening; Listen; resu=Hostaccess denied; ");
 }
 
+// A name that is a key of the section for other reasons is no entry, whatever the section holds.
+TEST(Policy, ANameThatIsReservedHasNoEntry) {
+  for (const char* const name : {"host_allow", "DEFAULT", "*local", "10.0.0.8", "fd00::1"}) {
+    World world(
+        "[Hosts]\nDefault=*deny\nhost_allow=1\n*local=*allow\n10.0.0.8=*allow\n"
+        "fd00::1=*allow\nother.host=*allow\n");
+    world.resolver.name = name;
+    world.Connect();
+    EXPECT_FALSE(world.form.Session.HostAllowed) << name;
+  }
+}
+
 // What chunks do, after others of the same connection, while opens and writes fail.
 TEST(Order, EffectsOfChunks) {
   const std::string text = "$FILE$:a.txt|$KDOEXT$:\\\"z\\\"|$DATA$";

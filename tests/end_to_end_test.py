@@ -397,6 +397,11 @@ class Port(TestCase):
             service.settings(f"[Global]\n{named.partition(' (')[0]}")
             self.assertEqual(service.no_start(), "Wrong value in the section Global of "
                              f"{service.home}/quorbin.ini: {named}")
+        (service.home / "config/quorbin/classes.reg").write_text(
+            'REGEDIT4\n[HKEY_CLASSES_ROOT\\Quorbin]\n"Port"="70000"\n')
+        service.settings("[Global]\nPort=0")
+        self.assertEqual(service.no_start(), "Wrong value Port of the key Quorbin in the registry: "
+                         "70000 (0 to 65535)")
         service.settings("[Global]\nListen=192.0.2.1")  # of no machine
         self.assertEqual(service.no_start(), f"Can't listen on port {service.port} of 192.0.2.1: "
                          "Cannot assign requested address")

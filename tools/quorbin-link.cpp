@@ -1,20 +1,16 @@
 // quorbin-link: sends one line to the link channel of the running service and prints its answer.
 
-#include <netdb.h>
-#include <sys/socket.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdio>
 #include <exception>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "AddressText.hpp"
 #include "LinkClient.hpp"
 #include "LinkProtocol.hpp"
 #include "Printable.hpp"
@@ -51,26 +47,6 @@ int Ask(const std::string& line, const std::string& program) {
 }
 
 // ---- A command that admits nobody
-
-// The address as the service writes it; empty if the text is not a numeric address.
-std::string AddressText(const std::string& text) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(text.c_str(), nullptr, &hints, &found) != 0) return {};
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
-  std::array<char, NI_MAXHOST> name{};
-  if (getnameinfo(found->ai_addr, found->ai_addrlen, name.data(), name.size(), nullptr, 0,
-                  NI_NUMERICHOST) != 0) {
-    return {};
-  }
-  const std::string written = name.data();
-  // An IPv4 peer's address is always the dotted form.
-  constexpr std::string_view mapped = "::ffff:";
-  const bool dotted = written.starts_with(mapped) && written.find('.') != written.npos;
-  return dotted ? written.substr(mapped.size()) : written;
-}
 
 // The service accepts any text with "con", and compares it with the peers' addresses byte by byte.
 void WarnIfNobody(const std::string& command) {

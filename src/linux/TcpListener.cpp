@@ -6,12 +6,12 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <limits>
 #include <utility>
 
+#include "AddressText.hpp"
 #include "LastError.hpp"
 #include "Report.hpp"
 
@@ -38,23 +38,6 @@ static_assert(PortPlace == offsetof(sockaddr_in6, sin6_port));
 void SetOption(int descriptor, int level, int option, int value) {
   // None of these options is essential: a system that refuses one still works.
   ::setsockopt(descriptor, level, option, &value, sizeof value);
-}
-
-std::string AddressText(const sockaddr_storage& address, socklen_t length) {
-  std::array<char, NI_MAXHOST> text{};
-  if (address.ss_family == AF_INET6) {
-    in6_addr v6{};
-    std::memcpy(&v6, reinterpret_cast<const char*>(&address) + offsetof(sockaddr_in6, sin6_addr),
-                sizeof v6);
-    if (IN6_IS_ADDR_V4MAPPED(&v6)) {
-      return ::inet_ntop(AF_INET, &v6.s6_addr[12], text.data(), text.size());
-    }
-  }
-  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  if (::getnameinfo(generic, length, text.data(), text.size(), nullptr, 0, NI_NUMERICHOST) != 0) {
-    return {};
-  }
-  return text.data();
 }
 
 }  // namespace
@@ -174,7 +157,7 @@ Arrival TcpListener::Accept() {
   if (!peer.Connection) return peer;
   // What remains of the connection must not stop the next run from binding the port.
   SetOption(peer.Connection.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
-  peer.Address = AddressText(address, length);
+  peer.Address = AddressText(reinterpret_cast<const sockaddr*>(&address), length);
   return peer;
 }
 

@@ -20,7 +20,7 @@ bool InLinkTable(const Form1& form, std::string_view address) {
 }
 
 // True for a key of the section that could be a host name: neither a setting nor an address, nor
-// the entry of the peers without a port.
+// the entry of the peers without a port. A peer whose name is none of these has no entry by it.
 bool MayBeHostName(std::string_view key) {
   if (key.find_first_not_of("0123456789.") == key.npos || key.find(':') != key.npos) return false;
   return !EqualsNoCase(key, Key::HostAllow) && !EqualsNoCase(key, Key::Default) &&
@@ -33,7 +33,8 @@ std::string PeerName(Form1& form, const std::string& address) {
   form.Profile.ForEachKey(Section::Hosts, SettingsPath(form), [&anyName](std::string_view key) {
     anyName = anyName || MayBeHostName(key);
   });
-  return anyName ? form.Socket1.ResolverName(address) : "";
+  const std::string name = anyName ? form.Socket1.ResolverName(address) : "";
+  return MayBeHostName(name) ? name : "";
 }
 
 }  // namespace

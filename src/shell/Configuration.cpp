@@ -114,19 +114,26 @@ std::string SetListenAndParameters(Form1& form) {
   const auto read = [&form](std::string_view key) {
     return ReadSetting(form, Section::Global, key, "", LongValue);
   };
+  const auto wrong = [&form](std::string_view key, const std::string& value) {
+    return "Wrong value in the section Global of " + SettingsPath(form) + ": " + std::string(key) +
+           "=" + value;
+  };
   form.ListenAddress = read(Key::Listen);
   if (!form.Winsock1.SetLocalAddress(form.ListenAddress)) {
-    return std::string(Key::Listen) + "=" + form.ListenAddress;
+    return wrong(Key::Listen, form.ListenAddress);
   }
   const std::int32_t port = form.Winsock1.LocalPort();
   if (form.ListenAddress != LocalPeer && (port < 0 || port > LastPort)) {
-    return std::string(Key::Port) + "=" + std::to_string(port) + " (0 to " +
-           std::to_string(LastPort) + ")";
+    const std::string range = " (0 to " + std::to_string(LastPort) + ")";
+    if (ReadNumber<std::int32_t>(form, Section::Global, Key::Port) == 0) {
+      return "Wrong value Port of the key Quorbin in the registry: " + std::to_string(port) + range;
+    }
+    return wrong(Key::Port, std::to_string(port) + range);
   }
   const std::string parameters = read(Key::Parameters);
   form.ParametersAllowed = parameters != Keyword::Deny;
   if (!parameters.empty() && parameters != Keyword::Allow && parameters != Keyword::Deny) {
-    return std::string(Key::Parameters) + "=" + parameters;
+    return wrong(Key::Parameters, parameters);
   }
   return {};
 }

@@ -68,8 +68,7 @@ void Load(Form1& form) {
   SetDirectories(form);
   SetListeningPort(form);
   if (const std::string wrong = SetListenAndParameters(form); !wrong.empty()) {
-    EndWithMessage(
-        form, "Wrong value in the section Global of " + SettingsPath(form) + ": " + wrong, title);
+    EndWithMessage(form, wrong, title);
   }
   ListenOrEnd(form, title);
   SetNamePrefix(form);

@@ -3,9 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include <array>
-#include <optional>
-
+#include "AddressText.hpp"
 #include "Protocol.hpp"
 #include "Text.hpp"
 
@@ -16,23 +14,14 @@ namespace {
 constexpr std::string_view NameBytes =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
 
-// The form in which a peer of this address is seen.
-std::optional<std::string> AddressAsSeen(const std::string& key) {
-  std::array<char, INET6_ADDRSTRLEN> text{};
-  in_addr v4;
-  // The old forms too: fewer than four numbers, octal and hexadecimal ones.
-  if (::inet_aton(key.c_str(), &v4) != 0) {
-    return ::inet_ntop(AF_INET, &v4, text.data(), text.size());
-  }
+// The form in which a peer of this address is seen, empty if it is none. One of an interface that
+// this machine does not have stays as it is.
+std::string AddressAsSeen(const std::string& key) {
+  const std::string seen = AddressText(key);
   const std::size_t scope = key.find('%');
-  in6_addr v6;
-  if (::inet_pton(AF_INET6, key.substr(0, scope).c_str(), &v6) != 1) return {};
-  if (IN6_IS_ADDR_V4MAPPED(&v6)) {
-    return ::inet_ntop(AF_INET, &v6.s6_addr[12], text.data(), text.size());
-  }
-  std::string seen = ::inet_ntop(AF_INET6, &v6, text.data(), text.size());
-  if (scope != key.npos) seen += key.substr(scope);
-  return seen;
+  if (!seen.empty() || scope == key.npos) return seen;
+  const std::string address = AddressText(key.substr(0, scope));
+  return address.empty() ? address : address + key.substr(scope);
 }
 
 bool IsLinkLocal(const std::string& key) {
@@ -42,13 +31,13 @@ bool IsLinkLocal(const std::string& key) {
 
 }  // namespace
 
-bool IsAddress(std::string_view key) { return AddressAsSeen(std::string(key)).has_value(); }
+bool IsAddress(std::string_view key) { return !AddressAsSeen(std::string(key)).empty(); }
 
 std::string WhyNoHost(std::string_view key) {
   if (EqualsNoCase(key, LocalPeer)) return {};
   const std::string text(key);
-  if (const std::optional<std::string> seen = AddressAsSeen(text)) {
-    if (LCase(text) != LCase(*seen)) return "write " + *seen;
+  if (const std::string seen = AddressAsSeen(text); !seen.empty()) {
+    if (LCase(text) != LCase(seen)) return "write " + seen;
     if (IsLinkLocal(text))
       return "a link-local peer is seen with its interface, as in " + text + "%eth0";
     return {};

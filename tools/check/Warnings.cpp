@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Allgemein.hpp"
+#include "CheckHost.hpp"
 #include "Configuration.hpp"
 #include "HostKeys.hpp"
 #include "LastError.hpp"
@@ -228,13 +229,22 @@ void CheckCommand(RecordedService& service, const SettingRead& read, const Machi
     warnings.AtRead(read, Quoted(read.Key + "=") + " has no command: such files are refused");
     return;
   }
-  if (read.Answer.find("%1") == read.Answer.npos) {
-    warnings.AtRead(
-        read, "the command of " + Quoted(read.Key) + " has no %1: the file is put at its end");
-  }
-  const ViewerStart start =
-      ViewerOf(service, {.Ext = "." + LCase(read.Key), .ViewerCmd = read.Answer});
+  const std::string ext = "." + LCase(read.Key);
+  const ViewerStart start = ViewerOf(service, {.Ext = ext, .ViewerCmd = read.Answer});
   if (start.RunsReceivedFile || start.Arguments.empty()) return;
+  const std::string name = "a b" + ext;
+  const ViewerStart blank =
+      ViewerOf(service, {.Ext = ext, .ViewerCmd = read.Answer, .FileName = name});
+  const auto whole = [&name](const std::string& argument) {
+    return argument.find(name) != argument.npos;
+  };
+  if (std::ranges::none_of(blank.Arguments, whole)) {
+    const bool placed = read.Answer.find("%1") != read.Answer.npos;
+    warnings.AtRead(read, "the command of " + Quoted(read.Key) +
+                              (placed ? " has %1 without quotation marks"
+                                      : " has no %1: the file is put at its end") +
+                              ", where a name with blanks adds arguments");
+  }
   if (machine.FindProgram(start.Arguments.front()).empty()) {
     warnings.AtRead(read, "the command of " + Quoted(read.Key) + ": no program " +
                               Quoted(start.Arguments.front()) + " is found");
@@ -314,13 +324,37 @@ void CheckDirectory(const RecordedService& service, Collector& warnings) {
   }
 }
 
+// On a port the loopback is everybody on this machine, in whatever account.
+void CheckLoopback(RecordedService& service, Collector& warnings) {
+  const Form1& form = service.Form;
+  if (form.ListenAddress == LocalPeer || !form.ParametersAllowed || form.HostMode == HostModeLink) {
+    return;
+  }
+  for (const char* const address : {"127.0.0.1", "::1"}) {
+    bool admitted = false;
+    const Trace trace =
+        service.Record([&](Form1& asked) { admitted = CheckHost(asked, address).Allowed; });
+    if (!admitted) continue;
+    warnings.AtRead(trace.Reads.back(),
+                    std::string(address) +
+                        " may connect and choose parameters: every user of this machine can run "
+                        "viewers with arguments of his own; set Listen=*local or Parameters=*deny");
+    return;
+  }
+}
+
 void CheckPort(RecordedService& service, const Machine& machine, Collector& warnings) {
   const SettingRead* const read = service.Find(Section::Global, Key::Port);
   if (read == nullptr || service.Form.ListenAddress == LocalPeer) return;
   const std::int32_t port = service.Form.Winsock1.LocalPort();
   const std::string name = "port " + std::to_string(port);
   if (PortIsNone(service)) {
-    warnings.AtRead(*read, name + " is none: the service ends at its start");
+    const std::string text = name + " is none: the service ends at its start";
+    if (service.PortQuery() == nullptr) {
+      warnings.AtRead(*read, text);
+    } else {
+      warnings.Other("registry value Quorbin\\Port: " + text);
+    }
     return;
   }
   if (port != 0 && port < FirstFreePort) {
@@ -344,6 +378,7 @@ std::vector<Warning> FindWarnings(RecordedService& service, const SettingsSource
   CheckSettingsFile(file.Path, warnings);
   CheckDirectory(service, warnings);
   CheckPort(service, machine, warnings);
+  CheckLoopback(service, warnings);
   return warnings.Take();
 }
 

@@ -218,8 +218,10 @@ int Run(int argc, char** argv) {
   app.add_option("--settings", options.SettingsPath,
                  "The settings file, in the place of the service's own");
   app.footer(
-      R"(Exit status: 0 no warnings, admitted or opened; 1 warnings or refused; 2 the settings
-can't be read, or wrong usage.)");
+      R"(Exit status without --host and --ext: 0 no warnings, 1 warnings.
+With --host: 0 the peer is admitted, 1 it is refused or the link channel decides.
+With --ext: 0 the file is opened, 1 it is not.
+In all of them 2: the settings can't be read, or wrong usage.)");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
