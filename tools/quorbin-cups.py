@@ -152,7 +152,7 @@ class Progress:
     def __init__(self, options):
         self.path = os.path.join(os.environ.get("CUPS_CACHEDIR", "/var/cache/cups"),
                                  f"quorbin-{os.environ.get('PRINTER', '')}")
-        # Split as the options are, so that a value with a blank can't pass for another job's number.
+        # Split as the options are, so that a value with a blank can't pass for a number.
         uuids = [word for word in split_options(options) if word.startswith(JOB_UUID)]
         self.job = uuids[-1].removeprefix(JOB_UUID) if uuids else ""
         self.run = run_of_parent()
