@@ -154,9 +154,9 @@ class Service(contextlib.ExitStack):
             (self.home / name).mkdir(parents=True)
         for name in ("precious", "outside/precious"):
             (self.home / name).write_text("precious")
-        # Its copy of the file gets its last name when it is whole.
+        # Each of its copies of a file gets its last name when it is whole.
         write_script(self.home / "view", 'printf "%s\\n" "$@" >$0.arguments\n'
-                                         'cat "$1" >$0.part; mv $0.part $0.ed')
+                                         'cat "$1" >$0.$$.part; mv $0.$$.part $0.$$.ed')
         shutil.copy(f"{BIN}/Quorbin", self.home)
         if not port and not local:  # else a port of 0 means the usual one
             (self.home / "config/quorbin/classes.reg").write_text(
@@ -289,10 +289,15 @@ class Service(contextlib.ExitStack):
 
     def viewed(self):
         """What the viewer got of the next file."""
-        self.eventually((self.home / "view.ed").exists, "a viewer starts")
-        content = (self.home / "view.ed").read_bytes()
-        (self.home / "view.ed").unlink()
+        self.eventually(self.views, "a viewer starts")
+        view = min(self.views(), key=lambda path: path.stat().st_mtime_ns)
+        content = view.read_bytes()
+        view.unlink()
         return content
+
+    def views(self):
+        """The viewer's copies of files that have not been asked for."""
+        return list(self.home.glob("view.*.ed"))
 
     def holds(self, name, content):
         return (self.home / "tmp" / name).read_bytes() == content
