@@ -30,6 +30,12 @@ class Install(TestCase):
         install()
         self.assertEqual(present.read_text(), "; edited")
         self.assertEqual(new.read_text(), shipped)
+        new.unlink()
+        present.unlink()
+        present.symlink_to("/nowhere/settings")  # which are not there yet
+        install()
+        self.assertTrue(present.is_symlink())
+        self.assertEqual(new.read_text(), shipped)
 
 
 main()

@@ -2,6 +2,7 @@
 """The service's TCP port, and a process of another user that wants it."""
 
 import contextlib
+import itertools
 import os
 import socket
 import subprocess
@@ -14,6 +15,7 @@ from service import BIN, TestCase, as_nobody, ask, free_port, main
 SECONDS = float(os.environ.get("SECONDS", "1"))  # of attack on each way to listen
 IPV6_IS_OFF = "IPV6_IS_OFF"
 LISTENS = ("", "127.0.0.1", "0.0.0.0", "::1", "::")
+TWO_PORTS = "TWO_PORTS"
 ADDRESSES = (("0.0.0.0", None), ("127.0.0.1", None), ("127.0.0.2", None), ("::1", None),
              ("::", True), ("::", False))  # and whether for IPv6 alone
 OPTIONS = ((), (socket.SO_REUSEADDR,), (socket.SO_REUSEPORT,),
@@ -44,6 +46,13 @@ def bind_every_way(port):
     return 0
 
 
+def again(setting, case, commands):
+    """Runs a case of this module in a network of its own, which the commands of a shell prepare."""
+    subprocess.run(["unshare", "--net", "sh", "-ec", f'ip link set lo up; {commands}; exec "$@"', "sh",
+                    sys.executable, __file__, BIN, case],
+                   env={**os.environ, setting: "1"}, check=True)
+
+
 class OneAddress(TestCase):
 
     def test_starts_over_what_an_earlier_run_has_left(self):
@@ -60,6 +69,18 @@ class OneAddress(TestCase):
         self.assertEqual(second.wait(), 1)
         self.assertIn(b"Address already in use", second.errors())
 
+    @unittest.skipIf(os.geteuid() != 0, "no rights to make a network")
+    def test_picks_a_port_that_is_free_on_all(self):
+        if TWO_PORTS not in os.environ:
+            again(TWO_PORTS, self.id().partition(".")[2],
+                  "echo 40000 40001 >/proc/sys/net/ipv4/ip_local_port_range")
+            return
+        for taken in 40000, 40001:
+            with socket.create_server(("127.0.0.2", taken)):
+                service = self.serve("[Global]\nListen=127.0.0.1")
+                self.assertNotEqual(service.port, taken)
+                service.kill()
+
 
 @unittest.skipIf(os.geteuid() != 0, "no rights to become another user")
 class OtherUser(TestCase):
@@ -67,9 +88,9 @@ class OtherUser(TestCase):
     def test_never_gets_the_port(self):
         listens = [listen for listen in LISTENS
                    if IPV6_IS_OFF not in os.environ or ":" not in listen]
-        for listen in listens:
-            with self.subTest(listen=listen):
-                service = self.serve(f"[Global]\nListen={listen}", port=free_port())
+        for listen, port in itertools.product(listens, (0, free_port())):
+            with self.subTest(listen=listen, port=port):
+                service = self.serve(f"[Global]\nListen={listen}", port=port)
                 family = socket.AF_INET6 if ":" in listen else socket.AF_INET
                 other = as_nobody(lambda port=service.port: bind_every_way(port))
                 ended = (0, 0)
@@ -84,10 +105,8 @@ class OtherUser(TestCase):
                 self.assertEqual(service.stop(), 0)
 
     def test_nor_where_ipv6_is_off(self):
-        off = "ip link set lo up; echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6"
-        subprocess.run(["unshare", "--net", "sh", "-ec", f'{off}; exec "$@"', "sh",
-                        sys.executable, __file__, BIN, "OtherUser.test_never_gets_the_port"],
-                       env={**os.environ, IPV6_IS_OFF: "1"}, check=True)
+        again(IPV6_IS_OFF, "OtherUser.test_never_gets_the_port",
+              "echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6")
 
 
 main()

@@ -96,10 +96,12 @@ std::error_code TcpListener::Bind() {
 }
 
 std::error_code TcpListener::BindAnyPort() {
-  if (const std::error_code error = Bind()) return error;
+  // With one address as well: the guard needs a port that is free on all others.
+  Fd chosen;
+  if (const std::error_code error = BindToAll(chosen)) return error;
   sockaddr_storage address{};
   socklen_t length = sizeof address;
-  if (::getsockname(socket_.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+  if (::getsockname(chosen.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
     return LastError();
   }
   in_port_t port = 0;
@@ -107,7 +109,6 @@ std::error_code TcpListener::BindAnyPort() {
   port_ = ntohs(port);
   // A port that was not requested by number would be released at the first shutdown, so it is bound
   // again by number while the first socket still holds it.
-  const Fd chosen = std::move(socket_);
   const std::error_code error = Bind();
   if (!error) Report("listening on port " + std::to_string(port_));
   return error;
