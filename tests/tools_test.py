@@ -8,6 +8,7 @@ import pathlib
 import pwd
 import random
 import select
+import shlex
 import socket
 import subprocess
 import tempfile
@@ -345,6 +346,45 @@ class LinkClient(Tool):
                 self.assertEqual(run(f"{link} {arguments}").decode(), outcome)
             self.assertEqual("".join(seen), line)
             os.unlink("qbstop")
+
+
+class Outputs(Tool):
+
+    def test_nothing_steers(self):
+        """Whoever chooses a text, none of it reaches a terminal, a log or a name raw."""
+        ranges = ((0x1, 0x1F), (0x7F, 0x9F), (0x61C, 0x61C), (0x200B, 0x200F), (0x2028, 0x202E),
+                  (0x2060, 0x2069), (0xFEFF, 0xFEFF))
+        steering = {chr(c) for first, last in ranges for c in range(first, last + 1)}
+        marks = "".join(sorted(steering - {"\n"}))  # which ends a message, a line or an entry
+        documented_sender(self.here / "send.py")
+        (self.here / "a.txt").touch()
+        (self.here / "ini").write_text(f"[Extensions]\nx{marks}x=y{marks}y\n", newline="")
+        received = f"f$~.x{marks}x"
+        (self.here / received).touch()
+        service = self.serve()
+        service.talk(VERSION + marks.encode(), b"$FILE$:" + marks.encode() + b"\n")
+        quoted = shlex.quote(marks)
+        rows = [  # what a peer answers, a command that it is the peer of
+            (f"-{marks}", "{send} --ext .txt a.txt"),
+            (f"-{marks}", "python3 send.py 127.0.0.1 {port} a.txt"),
+            ("", f"{{send}} --ext .txt no{quoted}"),
+            ("", f"python3 send.py 127.0.0.1 {{port}} no{quoted}"),
+            ("", f"{LINK} execute {quoted} --name {quoted}"),
+            ("", f"{BIN}/quorbin-check --settings ini"),
+            ("", f"{ROOT}/tools/quorbin-keep.sh --no-open --prefix 'f$~.' --to kept "
+                 f"{shlex.quote(received)}"),
+            ("", f"{ROOT}/tools/quorbin-keep.sh --no-open no{quoted}"),
+            ("", f"DEVICE_URI=quorbin://h/ {ROOT}/tools/quorbin-cups.py 1 u t 1 "
+                 + shlex.quote(f"quorbin-ext='{marks}'")),
+            ("", f"cat {shlex.quote(str(service.home / 'out'))}"),
+        ]
+        for reply, command in rows:
+            with (self.subTest(command=command),
+                  server(lambda peer, reply=reply: peer.recv(100) and peer.sendall(reply.encode()))
+                  as port):
+                shown = run(command.format(port=port, send=f"{SEND} --port {port}")).decode()
+                self.assertRegex(shown, r"x1[bB]|xFE|xEF|__|\\ufeff")  # something was there to show
+                self.assertEqual(steering & set(shown), {"\n"})
 
 
 if __name__ == "__main__":
