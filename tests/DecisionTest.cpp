@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <tuple>
 
 #include "CheckHost.hpp"
@@ -10,6 +11,7 @@
 #include "LinkCommands.hpp"
 #include "RegKeys.hpp"
 #include "RemoteName.hpp"
+#include "ResolveExtension.hpp"
 #include "StartViewer.hpp"
 
 namespace quorbin::fakes {
@@ -93,6 +95,76 @@ TEST(StartViewer, CommandLines) {
   EXPECT_EQ(line("\"%1\" %*", "-a ", "-z", ".EXE"), "-a /f-z");
   EXPECT_EQ(line("\"%1\" %*", "", "", ".Exe"), "\"/f\" %*");
   EXPECT_EQ(Unescape(R"(a\\"b\c\\)"), R"(a"b\c\\)");
+}
+
+// The name of the peer is localhost.
+TEST(CheckHost, DefaultsAndEntries) {
+  const std::tuple<std::string, bool, std::string> rows[] = {
+      // What the default is
+      {"Default= *deny ", false, "Default=*deny"},
+      {"host_allow=1\nDefault=*allow", true, "Default=*allow"},
+      {"host_allow=1\nDefault=*Allow", false, "Default=*deny"},
+      {"host_allow=1", false, "Default=*deny"},
+      {"host_allow=2\nDefault=deny", true, "Default=*allow"},
+      {"", true, "Default=*allow"},
+      // Entries under *allow
+      {"other=*deny", true, "Default=*allow"},
+      {"localhost=*deny", false, "localhost=*deny"},
+      {"LocalHost=", true, "localhost="},
+      {"127.0.0.1=*allow\nother=*deny", true, "Default=*allow"},
+      {"127.0.0.1=*allow\nlocalhost=*deny", false, "localhost=*deny"},
+      {"127.0.0.1=*allow\nlocalhost=*Deny", true, "localhost=*Deny"},
+      {"127.0.0.1=*deny\nlocalhost=*allow", false, "127.0.0.1=*deny"},
+      {"127.0.0.1=\nlocalhost=*deny", true, "127.0.0.1="},
+      // Entries under *deny
+      {"Default=*deny\nother=*allow", false, "Default=*deny"},
+      {"Default=*deny\nlocalhost=*deny", false, "Default=*deny"},
+      {"Default=*deny\nlocalhost=", true, "localhost="},
+      {"Default=*deny\n127.0.0.1=*deny", false, "Default=*deny"},
+      {"Default=*deny\n127.0.0.1=*deny\nlocalhost=*allow", true, "localhost=*allow"},
+      {"Default=*deny\n127.0.0.1=*Deny", true, "127.0.0.1=*Deny"},
+      // Link mode
+      {"127.0.0.1=*allow\n[Global]\nControl=1", false, "link table"},
+      {"host_allow=3\nDefault=*allow", false, "link table"},
+  };
+  for (const auto& [hosts, allowed, by] : rows) {
+    World world("[Hosts]\n" + hosts + "\n");
+    world.resolver.name = "localhost";
+    const HostDecision decision = CheckHost(world.form, "127.0.0.1");
+    EXPECT_EQ(decision.Allowed, allowed) << hosts;
+    EXPECT_EQ(decision.By, by) << hosts;
+  }
+}
+
+TEST(ResolveExtension, DefaultsAndEntries) {
+  const std::array<std::string, 4> rows[] = {
+      // settings, extension, command, what is shown instead
+      {"Default=*deny", ".reg", "", "extension denied"},
+      {"ext_allow=1\nDefault=*reg", ".reg", "known", ""},
+      {"ext_allow=1\nDefault=*allow", ".reg", "known", ""},
+      {"ext_allow=1\nDefault=*Reg", ".reg", "", "extension denied"},
+      {"ext_allow=2\nDefault=deny", ".reg", "known", ""},
+      {"eg=cat", "reg", "", "wrong extension"},
+      {"", "", "", "wrong extension"},
+      {"exe=*deny", ".EXE", "", "extension denied"},
+      {"", ".EXE", "\"%1\" %*", ""},
+      {"", ".exe", "", "wrong extension"},
+      {"", ".lame", "", "wrong extension"},
+      {"Default=*deny\nreg=*reg", ".reg", "known", ""},
+      {"txt=view \"%1\" first", ".TXT", "view \"%1\" first", ""},
+      {"txt=*allow", ".txt", "*allow", ""},
+  };
+  for (const auto& [settings, ext, command, shown] : rows) {
+    SCOPED_TRACE(settings + " " + ext);
+    World world("[Extensions]\n" + settings + "\n");
+    world.registry.values[".reg|"] = {RegType::REG_SZ, "class"};
+    world.registry.values[".lame|"] = {RegType::REG_SZ, "lame"};
+    world.registry.values["class\\shell\\open\\command|"] = {RegType::REG_SZ, "known"};
+    std::string found;
+    EXPECT_EQ(ResolveExtension(world.form, ext, found), !command.empty());
+    EXPECT_EQ(found, command);
+    EXPECT_EQ(world.Text(Field::resu), shown);
+  }
 }
 
 TEST(LinkExecute, CommandTable) {

@@ -1,6 +1,8 @@
 // The parts of the platform that work without the service.
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sched.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -30,7 +32,6 @@
 #include "LocalListener.hpp"
 #include "MappedBuffer.hpp"
 #include "OutputFiles.hpp"
-#include "Peer.hpp"
 #include "Printable.hpp"
 #include "PrivateProfile.hpp"
 #include "Processes.hpp"
@@ -341,6 +342,18 @@ TEST(StandardOutput, NeverWaitsAndStartsOnANewLineAfterALoss) {
   }
 }
 
+// A peer of the service; unread replies soon fill its little buffer.
+Fd ConnectTo(int port) {
+  Fd peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int little = 1024;
+  ::setsockopt(peer.Get(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
+  const sockaddr_in address = {
+      AF_INET, htons(static_cast<in_port_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+  const auto* general = reinterpret_cast<const sockaddr*>(&address);
+  EXPECT_EQ(::connect(peer.Get(), general, sizeof address), 0);
+  return peer;
+}
+
 // A peer that has vanished is found on the connection, so that is where the options must hold.
 TEST(StreamSocket, ConnectionsInheritTheOptionsOfTheListener) {
   const struct {
@@ -364,7 +377,7 @@ TEST(StreamSocket, ConnectionsInheritTheOptionsOfTheListener) {
   };
   socket.SetEvents({look, [](auto) {}, [] {}, [](auto...) { ADD_FAILURE(); }});
   ASSERT_FALSE(socket.Listen());
-  const tests::Peer peer = tests::Peer::Tcp(socket.LocalPort());
+  const Fd peer = ConnectTo(socket.LocalPort());
   loop.Run();  // until the look
 }
 
@@ -390,17 +403,15 @@ TEST(StreamSocket, RepliesWaitForALatePeerUpToALimit) {
     };
     socket.SetEvents({accept, answer, close, [](auto...) { ADD_FAILURE(); }});
     ASSERT_FALSE(socket.Listen());
-    const tests::Peer peer = tests::Peer::Tcp(socket.LocalPort());
-    peer.Send("x");
-    ::shutdown(peer.Descriptor(), SHUT_WR);
+    const Fd peer = ConnectTo(socket.LocalPort());
+    EXPECT_TRUE(Takes(peer, 1));
+    ::shutdown(peer.Get(), SHUT_WR);
     std::string all;
-    loop.Watch(peer.Descriptor(), EventLoop::Readable, [&](unsigned) {
-      const std::string part = peer.Receive();
-      if (part.starts_with('r')) {
-        all += part;
-      } else {
-        loop.Quit();
-      }
+    loop.Watch(peer.Get(), EventLoop::Readable, [&](unsigned) {
+      std::string part(1U << 16U, ' ');
+      const ssize_t count = ::recv(peer.Get(), part.data(), part.size(), 0);
+      all += part.substr(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+      if (count <= 0) loop.Quit();
     });
     loop.Run();
     EXPECT_EQ(closes, 1);
