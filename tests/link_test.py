@@ -13,7 +13,9 @@ STOP = (b"execute STOPSRV now\nexecute con x\n", b"notify stopsrv\nexecute con x
 class Link(TestCase):
 
     def test_lines(self):
-        service = self.serve()
+        service = self.serve(start=False)
+        (service.home / "run/Quorbin").mkdir(0o755)  # too open; it is closed
+        service.start()
         held = service.descriptors()
         for name, mode in ("run/Quorbin", 0o700), ("run/Quorbin/qbstop", 0o600):
             self.assertEqual(stat.S_IMODE((service.home / name).stat().st_mode), mode)
