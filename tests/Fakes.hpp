@@ -175,9 +175,7 @@ struct FakeWindows : Fake<MainWindow>, ShellTray, StatusDisplay {
   double ControlWidth(FormControl c) const override { return 1000 + static_cast<int>(c); }
   void SetLeft(FormControl c, double x) override { Note("Left ", static_cast<int>(c), " ", x); }
   void Close() override { Note("CloseMain"); }
-  void AddIcon(const std::string& tip, std::function<void()> /*press*/) override {
-    Note("AddIcon ", tip);
-  }
+  void AddIcon(const std::string& tip, Events /*events*/) override { Note("AddIcon ", tip); }
   void RemoveIcon() override { Note("RemoveIcon"); }
   FieldTexts texts;
   bool visible = true;

@@ -382,5 +382,20 @@ TEST(Tray, RightPressTogglesTheMainWindow) {
   EXPECT_EQ(world.Effects(), "State 1; Hidden; ");
 }
 
+// The window that is minimised hides behind the icon, and stays where there is none.
+TEST(Tray, WithoutOneTheMainWindowStaysInReach) {
+  World world;
+  Form_Resize(world.form);
+  EXPECT_EQ(world.Effects(), "Hidden; ");
+  TrayIcon_Missing(world.form);
+  EXPECT_EQ(world.Effects(), "State 1; Visible; ");
+  Form_Resize(world.form);
+  EXPECT_EQ(world.Effects(), "");
+  TrayIcon_RightPress(world.form);  // a tray has come
+  world.Effects();
+  Form_Resize(world.form);
+  EXPECT_EQ(world.Effects(), "Hidden; ");
+}
+
 }  // namespace
 }  // namespace quorbin::fakes

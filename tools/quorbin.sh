@@ -5,6 +5,7 @@
 set -eu
 
 settings=@CMAKE_INSTALL_FULL_SYSCONFDIR@/quorbin/quorbin.ini
+program=@CMAKE_INSTALL_PREFIX@/lib/quorbin/Quorbin
 check=@CMAKE_INSTALL_FULL_BINDIR@/quorbin-check
 
 fail() {
@@ -15,9 +16,10 @@ fail() {
 case "${1-}" in
   --help)
     cat <<HELP
-Usage: quorbin
+Usage: quorbin [--quit]
 Receives files from permitted hosts and opens them.
 
+  --quit     end the one that runs, as by closing its window; status 1 if none does
   --help     print this
   --version  print the version
 
@@ -31,8 +33,23 @@ HELP
     echo "quorbin @PROJECT_VERSION@"
     exit
     ;;
+  --quit)
+    # The number of the process that holds the lock. It may be that of another program by now.
+    lock=${XDG_RUNTIME_DIR:+$XDG_RUNTIME_DIR/Quorbin}
+    lock=${lock:-/tmp/Quorbin-$(id -u)}/instance.lock
+    if [ -O "$lock" ] && read -r process <"$lock" 2>/dev/null; then
+      case $(readlink "/proc/$process/exe") in
+        "$program" | "$program (deleted)")
+          kill "$process" 2>/dev/null || fail 1 "can't end process $process"
+          while kill -0 "$process" 2>/dev/null; do sleep 0.1; done
+          exit
+          ;;
+      esac
+    fi
+    fail 1 "none is running"
+    ;;
 esac
-[ $# -eq 0 ] || fail 2 "takes no arguments but --help and --version: $1"
+[ $# -eq 0 ] || fail 2 "takes no arguments but --quit, --help and --version: $1"
 
 # The program has defaults for settings that it can't read, and they let everybody in.
 if [ ! -f "$settings" ] || [ ! -r "$settings" ]; then
@@ -64,4 +81,4 @@ if [ -x "$check" ]; then
   # Another status says nothing of the settings: a signal, or a library during an upgrade.
   [ "$status" -ne 2 ] || fail 78 "not started: quorbin-check can't read the settings"
 fi
-exec @CMAKE_INSTALL_PREFIX@/lib/quorbin/Quorbin
+exec "$program"

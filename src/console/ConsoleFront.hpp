@@ -42,7 +42,7 @@ class ConsoleWindow final : public MainWindow {
 // A desktop without a tray: the icon is never seen, and no press comes from it.
 class NoTray final : public ShellTray {
  public:
-  void AddIcon(const std::string& /*tip*/, std::function<void()> /*rightPress*/) override {}
+  void AddIcon(const std::string& /*tip*/, Events /*events*/) override {}
   void RemoveIcon() override {}
 };
 

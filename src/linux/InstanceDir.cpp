@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 #include "LastError.hpp"
@@ -52,6 +53,10 @@ bool InstanceDir::Claim() {
     if (errno == EWOULDBLOCK) return false;
     Report("instance.lock can't be held, so no link channel: " + LastError().message());
     return true;
+  }
+  // For whoever wants to end this run.
+  if (::ftruncate(lock.Get(), 0) != 0 || ::dprintf(lock.Get(), "%d\n", ::getpid()) < 0) {
+    Report("no process number in instance.lock: " + LastError().message());
   }
   lock_ = std::move(lock);
   // A socket that a killed run has left would look like a service to a sender.

@@ -10,10 +10,15 @@ namespace quorbin {
 // The notification area of the desktop.
 class ShellTray : public PlatformInterface {
  public:
-  // Shows the program's icon with this tip. From then on each press of the right mouse button on
-  // it, or of what the desktop reports in its place, is an event that calls rightPress. A failure
-  // is not reported.
-  virtual void AddIcon(const std::string& tip, std::function<void()> rightPress) = 0;
+  struct Events {
+    // A press of the right mouse button on the icon, or of what the desktop reports in its place.
+    std::function<void()> RightPress;
+    // No tray has come up in the time that a desktop needs for one. Comes once at most.
+    std::function<void()> NoTray;
+  };
+
+  // Shows the program's icon with this tip, as soon as there is a tray. A failure is not reported.
+  virtual void AddIcon(const std::string& tip, Events events) = 0;
 
   // Has no effect without an icon.
   virtual void RemoveIcon() = 0;

@@ -136,7 +136,7 @@ ControlForm::ControlForm(Actions actions) : actions_(std::move(actions)) {
   checkLog_ = new QCheckBox(QStringLiteral("Write all Messages "), controls);
   checkLog_->setToolTip(QStringLiteral("Alle Meldungen anzeigen"));
   Place(checkLog_, "CheckLog", {1080, 8040, 5520, 375});
-  connect(checkLog_, &QCheckBox::clicked, this, [this](bool ticked) {
+  connect(checkLog_, &QCheckBox::toggled, this, [this](bool ticked) {
     if (actions_.CheckLogClick) actions_.CheckLogClick(ticked);
   });
 }
@@ -181,6 +181,7 @@ void ControlForm::KeepOfSatz(std::string_view bytes) {
 
 void ControlForm::Clear() {
   for (std::size_t i = 0; i < FieldNames.size(); ++i) SetText(static_cast<Field>(i), {});
+  const QSignalBlocker unticked(checkLog_);  // only the box: what is logged stays
   checkLog_->setChecked(false);
 }
 

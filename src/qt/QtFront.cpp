@@ -1,9 +1,12 @@
 #include "QtFront.hpp"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QMessageBox>
+#include <QSessionManager>
 #include <QSocketNotifier>
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +19,6 @@
 #include "QtTray.hpp"
 #include "Report.hpp"
 #include "WindowText.hpp"
-#include "XServer.hpp"
 
 // Registers the resources of this static library. The macro must be outside any namespace.
 static void InitResources() { Q_INIT_RESOURCE(quorbin); }
@@ -30,8 +32,9 @@ int argumentCount = 1;
 char programName[] = "Quorbin";
 char* arguments[] = {programName, nullptr};
 
-// For the loss of the display, which the toolkit reports only by exit.
+// For the loss of the display, which the toolkit reports only by the end of the process.
 QtMainWindow* openWindow = nullptr;
+QtMessageHandler printMessage = nullptr;
 
 // Events that are already waiting are handled in one turn of the toolkit's loop, for this long at
 // most; then the windows have their turn. To wait here for the next event, which a peer that waits
@@ -47,12 +50,28 @@ std::string NamedDisplay() {
   return {};
 }
 
-// The toolkit calls exit when the display goes away, as it does at the end of a session. That is a
-// close of the main window like any other. Any other exit is ignored.
-void CloseWithDisplay() {
-  if (openWindow == nullptr || !DisplayLost()) return;
-  openWindow->Close();
+// Where the display or the session manager goes away, as at the end of a session, the toolkit calls
+// exit. That is a close of the main window like any other.
+void CloseWithSession() {
+  QtMainWindow* const window = std::exchange(openWindow, nullptr);
+  if (window == nullptr) return;
+  window->Close();
   std::_Exit(EXIT_SUCCESS);
+}
+
+// Where the compositor goes away, the toolkit says so and calls _exit. While a last message is on
+// the screen that is its end as well.
+void HearLastWords(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+  printMessage(type, context, text);
+  if (!text.startsWith(u"The Wayland connection ")) return;
+  CloseWithSession();
+  std::_Exit(EXIT_FAILURE);
+}
+
+// A session that is restored must not start a second instance: the autostart entry starts the
+// first.
+void NeverRestart(QSessionManager& manager) {
+  manager.setRestartHint(QSessionManager::RestartNever);
 }
 
 // The toolkit makes a short message so narrow that the window manager cuts its title.
@@ -66,9 +85,23 @@ void WidenForTitle(QMessageBox& box) {
   }
 }
 
+// By itself the toolkit calls our windows fillers, and a line between controls a frame.
+QAccessibleInterface* RolesForReaders(const QString& /*class*/, QObject* object) {
+  auto* const widget = qobject_cast<QWidget*>(object);
+  if (widget == nullptr) return nullptr;
+  if (widget->isWindow() &&
+      (widget->objectName() == u"Form1" || widget->objectName() == u"FControl")) {
+    return new QAccessibleWidget(widget, QAccessible::Window);
+  }
+  if (widget->objectName() == u"Line1")
+    return new QAccessibleWidget(widget, QAccessible::Separator);
+  return nullptr;
+}
+
 struct Toolkit {
   Toolkit() {
     InitResources();
+    QAccessible::installFactory(RolesForReaders);
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setDesktopFileName(QStringLiteral("quorbin"));
     QApplication::setWindowIcon(ProgramIcon(QStringLiteral("quorbin")));
@@ -79,7 +112,10 @@ struct Toolkit {
 class QtFront final : public Front {
  public:
   explicit QtFront(EventLoop& loop);
-  ~QtFront() override { openWindow = nullptr; }
+  ~QtFront() override {
+    openWindow = nullptr;
+    qInstallMessageHandler(nullptr);
+  }
 
   StatusDisplay& FControl() override { return display_; }
   MainWindow& Window() override { return window_; }
@@ -111,8 +147,10 @@ QtFront::QtFront(EventLoop& loop)
   // A session that ends asks the toolkit to quit, also while no window is on the screen.
   QObject::connect(&toolkit_.application, &QCoreApplication::aboutToQuit,
                    [this] { window_.Close(); });
+  QObject::connect(&toolkit_.application, &QGuiApplication::saveStateRequest, NeverRestart);
   openWindow = &window_;
-  static const int registered = std::atexit(CloseWithDisplay);
+  printMessage = qInstallMessageHandler(HearLastWords);
+  static const int registered = std::atexit(CloseWithSession);
   static_cast<void>(registered);
 }
 

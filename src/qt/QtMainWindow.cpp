@@ -101,6 +101,8 @@ void QtMainWindow::SetVisible(bool visible) {
   if (visible) {
     PutOnScreen();
   } else {
+    // A window manager may move a hidden window by the width of the frame that it takes off.
+    if (isVisible()) place_ = geometry().topLeft();
     hide();
   }
 }
@@ -114,15 +116,13 @@ void QtMainWindow::PutOnScreen() {
   Qt::WindowStates states = windowState();
   states.setFlag(Qt::WindowMinimized, state_ == FormState::Minimised);
   setWindowState(states);
-  if (!isVisible()) ReturnToPlace();
+  if (!isVisible() && place_) ReturnTo(*place_);
   show();
 }
 
 // Left to itself, the window manager would choose a place at each show.
-void QtMainWindow::ReturnToPlace() {
-  if (!std::exchange(hasPlace_, true)) return;
-  QPoint place = geometry().topLeft();
-  if (QGuiApplication::screenAt(geometry().center()) == nullptr) {  // that screen has gone
+void QtMainWindow::ReturnTo(QPoint place) {
+  if (QGuiApplication::screenAt(place + rect().center()) == nullptr) {  // that screen has gone
     place = QGuiApplication::primaryScreen()->availableGeometry().center() - rect().center();
   }
   setGeometry(QRect(place, size()));

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <QLabel>
+#include <QPoint>
 #include <QPushButton>
 #include <QWidget>
+#include <optional>
 #include <string>
 
 #include "EventLoop.hpp"
@@ -41,7 +43,7 @@ class QtMainWindow final : public QWidget, public MainWindow {
  private:
   QLabel& Control(FormControl control) const;
   void PutOnScreen();
-  void ReturnToPlace();
+  void ReturnTo(QPoint place);
   void RaiseResize();
 
   const Front::Events& events_;
@@ -53,7 +55,7 @@ class QtMainWindow final : public QWidget, public MainWindow {
   FormState state_ = FormState::Normal;
   bool visible_ = true;
   bool appeared_ = false;
-  bool hasPlace_ = false;  // it was on the screen before
+  std::optional<QPoint> place_;  // where it was when it was hidden
   bool closed_ = false;
 };
 

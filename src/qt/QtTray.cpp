@@ -14,6 +14,10 @@ namespace quorbin {
 
 namespace {
 
+// Time for a tray to come up, as at a log-in. The variable is for tests.
+constexpr int PatienceMilliseconds = 10000;
+constexpr const char* PatienceVariable = "QUORBIN_TRAY_PATIENCE_MS";
+
 // Keeps the list of the status notifier hosts; it may run without any.
 const QString WatcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString WatcherPath = QStringLiteral("/StatusNotifierWatcher");
@@ -35,17 +39,27 @@ bool HostReportsRightButton() { return qgetenv("XDG_CURRENT_DESKTOP").split(':')
 QtTray::QtTray(EventLoop& loop) : loop_(loop) {
   lookAgain_.setSingleShot(true);
   QObject::connect(&lookAgain_, &QTimer::timeout, [this] { PutIntoTray(); });
+  bool given = false;
+  const int patience = qEnvironmentVariableIntValue(PatienceVariable, &given);
+  patience_.setSingleShot(true);
+  patience_.setInterval(given ? patience : PatienceMilliseconds);
+  QObject::connect(&patience_, &QTimer::timeout, [this] {
+    Report(
+        "no tray on this desktop: the main window is minimised, and the icon appears as soon as "
+        "there is a tray");
+    loop_.Raise(events_.NoTray);
+  });
 }
 
 QtTray::~QtTray() { RemoveIcon(); }
 
-void QtTray::AddIcon(const std::string& tip, std::function<void()> rightPress) {
+void QtTray::AddIcon(const std::string& tip, Events events) {
   RemoveIcon();
   tip_ = tip;
-  rightPress_ = std::move(rightPress);
+  events_ = std::move(events);
   PutIntoTray();
   if (icon_) return;
-  Report("no tray on this desktop; the icon appears as soon as there is one");
+  patience_.start();
   QDBusConnection bus = QDBusConnection::sessionBus();
   watcher_ = std::make_unique<QDBusServiceWatcher>(WatcherService, bus,
                                                    QDBusServiceWatcher::WatchForRegistration);
@@ -63,6 +77,7 @@ void QtTray::StopLooking() {
                                            &lookAgain_, SLOT(start()));
   watcher_.reset();
   lookAgain_.stop();
+  patience_.stop();
 }
 
 void QtTray::RemoveIcon() {
@@ -88,7 +103,7 @@ void QtTray::PutIntoTray() {
 void QtTray::Activated(QSystemTrayIcon::ActivationReason reason) {
   const bool rightPress = reason == QSystemTrayIcon::Context ||
                           (activationStandsIn_ && reason == QSystemTrayIcon::Trigger);
-  if (rightPress) loop_.Raise(rightPress_);
+  if (rightPress) loop_.Raise(events_.RightPress);
 }
 
 // A new embedding tray announces itself; we look again after the toolkit has seen it, too.

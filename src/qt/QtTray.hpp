@@ -21,7 +21,7 @@ class QtTray final : public ShellTray, private QAbstractNativeEventFilter {
   explicit QtTray(EventLoop& loop);  // outlives the tray
   ~QtTray() override;
 
-  void AddIcon(const std::string& tip, std::function<void()> rightPress) override;
+  void AddIcon(const std::string& tip, Events events) override;
   void RemoveIcon() override;
 
  private:
@@ -32,10 +32,11 @@ class QtTray final : public ShellTray, private QAbstractNativeEventFilter {
 
   EventLoop& loop_;
   std::string tip_;
-  std::function<void()> rightPress_;
+  Events events_;
   std::unique_ptr<QSystemTrayIcon> icon_;
   std::unique_ptr<QDBusServiceWatcher> watcher_;  // while the icon waits for a tray
   QTimer lookAgain_;
+  QTimer patience_;
   bool activationStandsIn_ = false;
 };
 

@@ -24,11 +24,6 @@ xcb_connection_t* Connection() {
 
 }  // namespace
 
-bool DisplayLost() {
-  xcb_connection_t* const connection = Connection();
-  return connection != nullptr && xcb_connection_has_error(connection) != 0;
-}
-
 bool EmbeddingTrayRuns() {
   xcb_connection_t* const connection = Connection();
   if (connection == nullptr) return false;

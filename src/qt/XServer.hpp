@@ -4,9 +4,6 @@
 
 namespace quorbin {
 
-// The connection to the X server has ended.
-bool DisplayLost();
-
 // A tray of the older kind, which embeds the icon's window, runs on the toolkit's screen.
 bool EmbeddingTrayRuns();
 

@@ -23,7 +23,7 @@ void Form_MouseDown(Form1& form, std::int16_t Button, std::int16_t Shift) {
 }
 
 void Form_Resize(Form1& form) {
-  if (form.IconMode != IconModeStaysMinimised &&
+  if (form.IconMode != IconModeStaysMinimised && !form.TrayIsMissing &&
       form.Window.WindowState() == FormState::Minimised) {
     form.Window.SetVisible(false);
   }

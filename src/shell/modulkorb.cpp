@@ -1,5 +1,7 @@
 #include "modulkorb.hpp"
 
+#include <utility>
+
 #include "AsEvent.hpp"
 
 namespace quorbin {
@@ -8,10 +10,15 @@ namespace {
 constexpr const char* Tip = "Quorbin      ";  // filled up to 13 characters
 }
 
-void AddTrayIcon(Form1& form) { form.Tray.AddIcon(Tip, AsEvent(form, TrayIcon_RightPress)); }
+void AddTrayIcon(Form1& form) {
+  form.Tray.AddIcon(Tip, {.RightPress = AsEvent(form, TrayIcon_RightPress),
+                          .NoTray = AsEvent(form, TrayIcon_Missing)});
+}
 
 void TrayIcon_RightPress(Form1& form) {
-  if (form.Window.Visible()) {
+  // A window that was minimised for want of a tray is brought, not hidden.
+  const bool wasMissing = std::exchange(form.TrayIsMissing, false);
+  if (form.Window.Visible() && !wasMissing) {
     // Raises Resize, whose handler hides the window as well with this IconMode.
     form.Window.SetWindowState(FormState::Minimised);
     form.Window.SetVisible(false);
@@ -20,6 +27,12 @@ void TrayIcon_RightPress(Form1& form) {
     form.Window.SetVisible(true);
     form.Window.BringToUser();
   }
+}
+
+void TrayIcon_Missing(Form1& form) {
+  form.TrayIsMissing = true;
+  form.Window.SetWindowState(FormState::Minimised);
+  form.Window.SetVisible(true);
 }
 
 void ShutdownTray(Form1& form) {

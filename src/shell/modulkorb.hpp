@@ -13,6 +13,10 @@ void AddTrayIcon(Form1& form);
 // normal size and raises it.
 void TrayIcon_RightPress(Form1& form);
 
+// There is no tray for the icon: shows the main window minimised, as the program could neither be
+// seen nor ended otherwise.
+void TrayIcon_Missing(Form1& form);
+
 // Closes the socket, then removes the icon, where there is one.
 void ShutdownTray(Form1& form);
 

@@ -49,7 +49,8 @@ struct Form1 : Platform {
 
   TransferSession Session;
 
-  bool Started = false;  // Load has run to its end; before that a close deletes nothing
+  bool TrayIsMissing = false;  // the icon has no place, so the window must not hide behind it
+  bool Started = false;        // Load has run to its end; before that a close deletes nothing
 
   // Settings
   std::int16_t ControlMode = 0;   // 0: link channel closed; 1: it decides on peers; else: open
