@@ -308,6 +308,32 @@ TEST(Lingering, IsBounded) {
   EXPECT_FALSE(Takes(peer, 1));
 }
 
+// The peer has ended its side, perhaps after what nobody reads; it gets the replies all the same.
+TEST(Lingering, RepliesOutliveTheEndOfThePeersSide) {
+  for (const std::size_t unread : {0U, 10U}) {
+    EpollLoop loop;
+    Lingering lingering(loop);
+    auto [own, peer] = Connection();
+    const int little = 4096;
+    ::setsockopt(own.Get(), SOL_SOCKET, SO_SNDBUF, &little, sizeof little);
+    SendQueue replies;
+    ASSERT_EQ(replies.Send(own.Get(), std::string(40000, 'r')), SendQueue::Result::Waiting);
+    ASSERT_TRUE(Takes(peer, unread));
+    ::shutdown(peer.Get(), SHUT_WR);
+    loop.Raise([&, connection = &own] {
+      lingering.Add(std::move(*connection), std::move(replies), false);
+    });
+    for (int i = 0; i < 3; ++i) loop.ServeNext(0);
+    std::size_t all = 0;
+    char bytes[4096];
+    for (ssize_t count; (count = ::recv(peer.Get(), bytes, sizeof bytes, 0)) > 0;) {
+      all += static_cast<std::size_t>(count);
+      loop.ServeNext(0);
+    }
+    EXPECT_EQ(all, 40000U) << unread;
+  }
+}
+
 // What a process of its own prints, more than is taken; then the reader makes room. The status is
 // that of the process, which also must leave the flags of the shared description as they are.
 std::string PrintedTo(const Fd& output, const Fd& reader, bool mayOpen, int& status) {
