@@ -136,6 +136,20 @@ TEST(CheckHost, DefaultsAndEntries) {
   }
 }
 
+// A lookup takes time, and shows the name service who connects.
+TEST(CheckHost, LooksNoNameUpThatCannotMatter) {
+  const std::pair<std::string, bool> rows[] = {
+      {"Default=*deny\nHOST_ALLOW=1\n10.0.0.8=*allow\nfd00::7=*allow\n*local=*allow", false},
+      {"Default=*deny\npca=*allow", true},
+      {"Default=*deny\npca=*allow\n10.0.0.7=*allow", false},
+  };
+  for (const auto& [hosts, looked] : rows) {
+    World world("[Hosts]\n" + hosts + "\n");
+    CheckHost(world.form, "10.0.0.7");
+    EXPECT_EQ(world.Effects().find("Resolve") != std::string::npos, looked) << hosts;
+  }
+}
+
 TEST(ResolveExtension, DefaultsAndEntries) {
   const std::array<std::string, 4> rows[] = {
       // settings, extension, command, what is shown instead

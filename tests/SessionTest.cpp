@@ -68,6 +68,7 @@ TEST(Conversation, Transfers) {
       {"1", "T", 2, "x|y|z|$EOF$", "+OK|+OK|+OK|+OK|", "x\r\n|y\r\nz\r\n|", 2, 3},
       {"1", "T", 2, "x|y$EOF$", "+OK|+OK|", "x\r\n|y\r\n|", 6, 2},
       {"1", "B", 0, "$BUFFLEN$        29abcdef|ghij|$EOF$", "|+OK|+OK|", "abcdefghij|", 10, 2},
+      {"1", "B", 0, "$BUFFLEN$0000000022ab|c|$EOF$", "|+OK|+OK|", "abc|", 3, 2},
       {"1", "B", 0, "abc|$BUFFLEN$0000000020de|f|$BUFFLEN$0000000020g|$EOF$",
        over + "-3|" + over + "-1|" + over + "-2|+OK|+OK|", "abcdefg|", 7, 4},
       {"1", "B", 0, "$BUFFLEN$0000000021|$EOF$", "|+OK|", "|", 0, 1},

@@ -208,11 +208,11 @@ class OverTcp(TestCase):
         # number. Blocked and ignored signals, up to 28, are read without it: a shell clears some.
         write_script(service.home / "look",
                      "exec > $0.part\nls -x /proc/self/fd\nreadlink /proc/self/fd/0\n"
-                     "[ $(ps -o sid= -p $$) = $$ ] && echo own\n"
+                     "[ $(ps -o sid= -p $$) = $$ ] && echo own\numask\n"
                      "mv $0.part $0.ed\necho $$ > $0.number.part\nmv $0.number.part $0.number")
         service.settings(f"log={service.home}/look\nexe=x\nnot=/no/such/program\n"
                          'sig=sed -En "s/^Sig(Blk|Ign).*(.{7})$/\\1 \\2/p" /proc/self/status')
-        service.start(shell("exec 9</dev/zero"))
+        service.start(shell("umask 027; exec 9</dev/zero"))
 
         def send(name, line):
             with service.connect() as peer:
@@ -221,7 +221,8 @@ class OverTcp(TestCase):
         send(b"a.log", b"x")
         service.eventually((service.home / "look.number").exists)
         # 3 is the listed directory.
-        self.assertEqual((service.home / "look.ed").read_text(), "0  1  2  3\n/dev/null\nown\n")
+        self.assertEqual((service.home / "look.ed").read_text(),
+                         "0  1  2  3\n/dev/null\nown\n0027\n")
         viewer = (service.home / "look.number").read_text().strip()
         service.eventually(lambda: not os.path.exists(f"/proc/{viewer}"), "its end is noticed")
 
@@ -279,7 +280,15 @@ class Local(TestCase):
         self.assertEqual(mode(door), 0o600)
         service.honest()
         self.assertEqual(service.stop(), 0)
-        self.assertFalse(door.exists())
+        self.assertEqual(os.listdir(door.parent), ["instance.lock"])
+
+    def test_a_link_in_the_place_of_the_run_time_directory_is_not_followed(self):
+        service = self.serve(start=False)
+        (service.home / "elsewhere").mkdir(0o700)
+        (service.home / "run/Quorbin").symlink_to(service.home / "elsewhere")
+        service.start()
+        self.assertIn(b"no link channel", service.errors())
+        self.assertEqual(os.listdir(service.home / "elsewhere"), [])
 
 
 class OtherUsers(TestCase):

@@ -48,7 +48,8 @@ def bind_every_way(port):
 
 def again(setting, case, commands):
     """Runs a case of this module in a network of its own, which the commands of a shell prepare."""
-    subprocess.run(["unshare", "--net", "sh", "-ec", f'ip link set lo up; {commands}; exec "$@"', "sh",
+    prepare = f'ip link set lo up; {commands}; exec "$@"'
+    subprocess.run(["unshare", "--net", "sh", "-ec", prepare, "sh",
                     sys.executable, __file__, BIN, case],
                    env={**os.environ, setting: "1"}, check=True)
 

@@ -128,6 +128,7 @@ class Send(Tool):
             ("--buffer 20", marked, marked),
             ("--buffer 44", marked, marked),
             ("--no-version", big + b"$EO", big + b"$EO"),
+            ("--text", b"", b""),
             ("--text", b"a\r\n\n x$EOF$y \nlast\r", b"a\r\n \r\n x$EOF$y \r\nlast\r\r\n"),
             ("--text --no-version", longest + b"\r\n", longest + b"\r\n"),
         ]
