@@ -8,6 +8,7 @@
 #include <QMessageBox>
 #include <QSessionManager>
 #include <QSocketNotifier>
+#include <QThread>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -42,6 +43,8 @@ QtMessageHandler printMessage = nullptr;
 // line.
 constexpr std::int64_t TurnMilliseconds = 10;
 
+constexpr unsigned long LongestCloseSeconds = 10;
+
 std::string NamedDisplay() {
   for (const char* name : {"WAYLAND_DISPLAY", "DISPLAY"}) {
     const char* value = std::getenv(name);
@@ -59,11 +62,16 @@ void CloseWithSession() {
   std::_Exit(EXIT_SUCCESS);
 }
 
-// Where the compositor goes away, the toolkit says so and calls _exit. While a last message is on
-// the screen that is its end as well.
+// Where the compositor goes away, each of the toolkit's threads says so and calls _exit. Those
+// other than ours wait for the end that ours makes; it makes none if it has left the toolkit's
+// loop. While a last message is on the screen that is its end as well.
 void HearLastWords(QtMsgType type, const QMessageLogContext& context, const QString& text) {
   printMessage(type, context, text);
   if (!text.startsWith(u"The Wayland connection ")) return;
+  if (QThread::currentThread() != qApp->thread()) {
+    QThread::sleep(LongestCloseSeconds);
+    return;
+  }
   CloseWithSession();
   std::_Exit(EXIT_FAILURE);
 }
