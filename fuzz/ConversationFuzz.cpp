@@ -3,6 +3,8 @@
 // here on, "!o" and "!w" with a digit an open or a write that will fail; every other line is a
 // chunk. A second reckoning of files and counters is compared with it.
 
+#include <algorithm>
+#include <cctype>
 #include <regex>
 
 #include "Allgemein.hpp"
@@ -37,8 +39,26 @@ std::optional<std::int64_t> HeaderLength(const std::string& chunk) {
 }
 
 bool IsWebRequest(const std::string& chunk) {
-  static const std::regex request("^(GET|HEAD|POST|PUT|DELETE|CONNECT|OPTIONS|TRACE|PATCH) ");
-  return std::regex_search(chunk.substr(0, 8), request);
+  static const std::regex message(
+      "^(\\$VERSION\\$:|\\$EOF\\$|\\$DATAHDR\\$|\\$DATA\\$|\\$FILE\\$:|\\$EXT\\$:|"
+      "\\$FILETYPE\\$:[BT]|\\$KDOEXT\\$:|\\$KDOPRF\\$:)");
+  if (std::regex_search(chunk.substr(0, 12), message)) return false;
+  const auto isLetter = [](unsigned char c) {
+    return c < 0x80 &&
+           (std::isalnum(c) != 0 ||
+            (c > ' ' && c < 0x7F &&
+             std::string("\"(),/:;<=>?@[\\]{}").find(static_cast<char>(c)) == std::string::npos));
+  };
+  const auto method = std::ranges::find_if_not(chunk, isLetter) - chunk.begin();
+  if (method > 1024) return true;
+  if (method == 0 || chunk.substr(static_cast<std::size_t>(method), 1) != " ") return false;
+  const std::string target = chunk.substr(static_cast<std::size_t>(method) + 1);
+  const auto isOfScheme = [](unsigned char c) {
+    return c < 0x80 && (std::isalnum(c) != 0 || c == '+' || c == '-' || c == '.');
+  };
+  const auto scheme = std::ranges::find_if_not(target, isOfScheme) - target.begin();
+  return target.starts_with('/') || target.starts_with('*') ||
+         (scheme > 0 && target.compare(static_cast<std::size_t>(scheme), 3, "://") == 0);
 }
 
 bool IsKnown(const std::string& reply) {

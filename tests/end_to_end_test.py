@@ -110,7 +110,9 @@ class OverTcp(TestCase):
         namespace = [] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user"]
         if subprocess.run([*namespace, "true"], capture_output=True, check=False).returncode:
             self.skipTest("no user namespaces")
-        service = self.serve(wrapper=[*namespace, *shell(
+        # By itself AddressSanitizer sets the limit to 0 before our code runs.
+        sanitizer = {"ASAN_OPTIONS": "disable_coredump=0"}
+        service = self.serve(environment=sanitizer, wrapper=[*namespace, *shell(
             "ulimit -c 4; grep -q '^CapEff:.*[1-9a-f]' /proc/self/status")])
         service.honest()
         status = service.proc("status").read_text()

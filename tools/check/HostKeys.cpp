@@ -17,7 +17,7 @@ constexpr std::string_view NameBytes =
 // The form in which a peer of this address is seen, empty if it is none. One of an interface that
 // this machine does not have stays as it is.
 std::string AddressAsSeen(const std::string& key) {
-  const std::string seen = AddressText(key);
+  std::string seen = AddressText(key);
   const std::size_t scope = key.find('%');
   if (!seen.empty() || scope == key.npos) return seen;
   const std::string address = AddressText(key.substr(0, scope));
